@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// Memory of records and sections: limits, then GLib's slice allocator. A limit that is reached acts like a
+// failed allocation at the same place.
+#ifndef SRC_ORVA_SI_ALLOC_H
+#define SRC_ORVA_SI_ALLOC_H
+
+#include <glib.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <new>
+
+namespace si {
+
+// What a hostile multiplex can make the library hold. Honest ones stay far below.
+namespace limit {
+inline constexpr std::size_t tables = 4096;
+inline constexpr std::size_t table_bytes = 16u << 20;
+inline constexpr std::size_t eit_services = 8192;
+inline constexpr std::size_t eit_bytes = 64u << 20;
+inline constexpr std::size_t queued_sections = 2048;
+inline constexpr std::size_t queued_bytes = 4u << 20;
+} // namespace limit
+
+// The last eighth of each limit is kept for the tables of the tuned multiplex.
+constexpr bool may_use_reserve(std::uint8_t table_id)
+{
+    return table_id == 0x00 || table_id == 0x01 || table_id == 0x02 || table_id == 0x40 || table_id == 0x42 ||
+           table_id == 0x4E;
+}
+
+// True when used, after growing by more, stays within what this table_id may use of a limit.
+constexpr bool within(std::size_t limit, std::size_t used, std::size_t more, std::uint8_t table_id)
+{
+    const std::size_t allowed = may_use_reserve(table_id) ? limit : limit - limit / 8;
+    return more <= allowed && used <= allowed - more;
+}
+
+// Section buffers are allocated in steps of 32 bytes, and freed with the same rounded size.
+constexpr std::size_t section_buffer_size(std::size_t length)
+{
+    return (length + 31) & ~std::size_t{31};
+}
+
+inline void *allocate(std::size_t size)
+{
+    return g_slice_alloc(size);
+}
+
+inline void release(void *memory, std::size_t size)
+{
+    if (memory != nullptr)
+        g_slice_free1(size, memory);
+}
+
+// A record of plain type, all zero; null when memory is exhausted.
+template <class T>
+T *allocate_record()
+{
+    void *memory = allocate(sizeof(T));
+    return memory == nullptr ? nullptr : new (memory) T{};
+}
+
+template <class T>
+void release_record(T *record)
+{
+    release(record, sizeof(T));
+}
+
+// A zeroed buffer for a section of that length; null when memory is exhausted.
+inline std::uint8_t *allocate_section(std::size_t length)
+{
+    const std::size_t size = section_buffer_size(length);
+    void *memory = allocate(size);
+    return memory == nullptr ? nullptr : static_cast<std::uint8_t *>(std::memset(memory, 0, size));
+}
+
+inline void release_section(std::uint8_t *section, std::size_t length)
+{
+    release(section, section_buffer_size(length));
+}
+
+} // namespace si
+
+#endif
