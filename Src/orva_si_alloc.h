@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-// Memory of records and sections: limits, then GLib's slice allocator. A limit that is reached acts like a
-// failed allocation at the same place.
+// Memory of records and sections: limits, then GLib's slice allocator. A limit that is reached acts
+// like a failed allocation at the same place.
 #ifndef SRC_ORVA_SI_ALLOC_H
 #define SRC_ORVA_SI_ALLOC_H
 
@@ -26,8 +26,8 @@ inline constexpr std::size_t queued_bytes = 4u << 20;
 // The last eighth of each limit is kept for the tables of the tuned multiplex.
 constexpr bool may_use_reserve(std::uint8_t table_id)
 {
-    return table_id == 0x00 || table_id == 0x01 || table_id == 0x02 || table_id == 0x40 || table_id == 0x42 ||
-           table_id == 0x4E;
+    return table_id == 0x00 || table_id == 0x01 || table_id == 0x02 || table_id == 0x40 ||
+           table_id == 0x42 || table_id == 0x4E;
 }
 
 // True when used, after growing by more, stays within what this table_id may use of a limit.

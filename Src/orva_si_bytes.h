@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-// Every reader of broadcast bytes: fixed-size spans carry their bound in the type, byte_reader carries it at
-// run time. Also the one CRC-32 of sections.
+// Every reader of broadcast bytes: fixed-size spans carry their bound in the type, byte_reader
+// carries it at run time. Also the one CRC-32 of sections.
 #ifndef SRC_ORVA_SI_BYTES_H
 #define SRC_ORVA_SI_BYTES_H
 
@@ -15,9 +15,10 @@ namespace si {
 
 using bytes = std::span<const std::uint8_t>;
 
-inline constexpr std::size_t section_header_bytes = 3;  // table_id and section_length (ISO/IEC 13818-1, 2.4.4)
-inline constexpr std::size_t crc_bytes = 4;             // CRC_32 at the end of a section
-inline constexpr std::size_t largest_section = 4096;    // of any kind, header included
+inline constexpr std::size_t section_header_bytes =
+    3;                                      // table_id and section_length (ISO/IEC 13818-1, 2.4.4)
+inline constexpr std::size_t crc_bytes = 4; // CRC_32 at the end of a section
+inline constexpr std::size_t largest_section = 4096;     // of any kind, header included
 inline constexpr std::size_t largest_psi_section = 1024; // PAT, CAT, PMT, NIT, SDT, BAT, TOT
 
 constexpr std::uint16_t be16(std::span<const std::uint8_t, 2> b)
@@ -51,7 +52,8 @@ constexpr std::size_t section_length(std::span<const std::uint8_t, section_heade
 constexpr std::size_t section_size(const std::uint8_t *section)
 {
     return section_header_bytes +
-           section_length(std::span<const std::uint8_t, section_header_bytes>{section, section_header_bytes});
+           section_length(
+               std::span<const std::uint8_t, section_header_bytes>{section, section_header_bytes});
 }
 
 // The CRC_32 field of a section, its last four bytes; 0 for one that is too short to carry it.
@@ -69,8 +71,8 @@ constexpr std::uint8_t version_of(std::uint8_t byte5)
     return byte5 >> 1 & 0x1F;
 }
 
-// Reads a stretch of bytes once, front to back. A read past the end answers 0 and clears ok for good: read a
-// whole entry, test once.
+// Reads a stretch of bytes once, front to back. A read past the end answers 0 and clears ok for
+// good: read a whole entry, test once.
 class byte_reader {
 public:
     constexpr explicit byte_reader(bytes of) : rest{of} {}
@@ -128,16 +130,16 @@ inline const std::array<std::array<std::uint32_t, 256>, 8> &crc_tables()
     return tables;
 }
 
-// MPEG-2 CRC-32 (ISO/IEC 13818-1 annex A): initial value all ones, no final inversion. Over a whole section,
-// its CRC_32 field included, the result is 0 when the section is undamaged.
+// MPEG-2 CRC-32 (ISO/IEC 13818-1 annex A): initial value all ones, no final inversion. Over a whole
+// section, its CRC_32 field included, the result is 0 when the section is undamaged.
 inline std::uint32_t crc32_mpeg(bytes of)
 {
     const auto &t = crc_tables();
     std::uint32_t crc = 0xFFFFFFFF;
     while (of.size() >= 8) {
         crc ^= be32(of.first<4>());
-        crc = t[7][crc >> 24] ^ t[6][crc >> 16 & 0xFF] ^ t[5][crc >> 8 & 0xFF] ^ t[4][crc & 0xFF] ^ t[3][of[4]] ^
-              t[2][of[5]] ^ t[1][of[6]] ^ t[0][of[7]];
+        crc = t[7][crc >> 24] ^ t[6][crc >> 16 & 0xFF] ^ t[5][crc >> 8 & 0xFF] ^ t[4][crc & 0xFF] ^
+              t[3][of[4]] ^ t[2][of[5]] ^ t[1][of[6]] ^ t[0][of[7]];
         of = of.subspan(8);
     }
     for (const std::uint8_t b : of)

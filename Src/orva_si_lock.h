@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // Locks as guards that write the lock traces, known to clang's thread safety analysis.
 //
-// Order: ctl, eit, the filter pool, then the section queue, the driver or the timers. The time lock is a leaf.
+// Order: ctl, eit, the filter pool, then the section queue, the driver or the timers. The time lock
+// is a leaf.
 #ifndef SRC_ORVA_SI_LOCK_H
 #define SRC_ORVA_SI_LOCK_H
 
@@ -18,8 +19,9 @@
 #else
 #define SI_THREAD_SAFETY(x)
 #endif
-#define SI_NEEDS(...) SI_THREAD_SAFETY(requires_capability(__VA_ARGS__)) // called with the lock held
-#define SI_LEAVES(...) SI_THREAD_SAFETY(locks_excluded(__VA_ARGS__))     // called without it
+#define SI_NEEDS(...)                                                                              \
+    SI_THREAD_SAFETY(requires_capability(__VA_ARGS__))               // called with the lock held
+#define SI_LEAVES(...) SI_THREAD_SAFETY(locks_excluded(__VA_ARGS__)) // called without it
 #define SI_GUARDED_BY(x) SI_THREAD_SAFETY(guarded_by(x))
 
 namespace si {
@@ -71,7 +73,8 @@ public:
 // Gives up, for its scope, a lock that the caller holds.
 class SI_THREAD_SAFETY(scoped_lockable) scope_gap {
 public:
-    scope_gap(const store_mutex &of, site where) SI_THREAD_SAFETY(release_capability(of)) : mutex{of}, here{where}
+    scope_gap(const store_mutex &of, site where) SI_THREAD_SAFETY(release_capability(of))
+        : mutex{of}, here{where}
     {
         mutex.unlock();
         SI_LOG_AT(here, level::verbose, "===Mutex Unlock===\n");

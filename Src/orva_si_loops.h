@@ -11,8 +11,8 @@
 
 namespace si {
 
-// The elements of a list in order, null ones passed over; a null list is empty. The list must not change
-// while it is walked. The list keeps a cursor, so a step costs the same wherever it is.
+// The elements of a list in order, null ones passed over; a null list is empty. The list must not
+// change while it is walked. The list keeps a cursor, so a step costs the same wherever it is.
 template <class T>
 class list_range {
 public:

@@ -13,7 +13,8 @@
 
 extern "C" {
 
-// Written under Ts_Ctl_Mutex, read with and without it: every access goes through the functions below.
+// Written under Ts_Ctl_Mutex, read with and without it: every access goes through the functions
+// below.
 extern SiPmtPidList PmtPidList;
 
 } // extern "C"

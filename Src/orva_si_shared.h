@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-// Plain fields that several threads read and write without a lock. Their types are fixed by the public
-// headers or by their layout, so the access is made atomic, not the field.
+// Plain fields that several threads read and write without a lock. Their types are fixed by the
+// public headers or by their layout, so the access is made atomic, not the field.
 #ifndef SRC_ORVA_SI_SHARED_H
 #define SRC_ORVA_SI_SHARED_H
 
@@ -36,7 +36,8 @@ void store_release(T &field, std::type_identity_t<T> value)
     __atomic_store(&field, &value, __ATOMIC_RELEASE);
 }
 
-// Sets bits of a word that another thread may clear at the same time; answers whether one of them was new.
+// Sets bits of a word that another thread may clear at the same time; answers whether one of them
+// was new.
 template <class T>
 bool set_bits(T &field, std::type_identity_t<T> bits)
 {

@@ -18,7 +18,8 @@ inline constexpr std::uint8_t tid_pat = 0x00;
 inline constexpr std::uint8_t tid_cat = 0x01;
 inline constexpr std::uint8_t tid_pmt = 0x02;
 inline constexpr std::uint8_t tid_dsmcc_first = 0x38;
-inline constexpr std::uint8_t tid_dsmcc_un_message = 0x3B; // the first of three kinds handed to the client
+inline constexpr std::uint8_t tid_dsmcc_un_message =
+    0x3B; // the first of three kinds handed to the client
 inline constexpr std::uint8_t tid_dsmcc_stream_event = 0x3D;
 inline constexpr std::uint8_t tid_nit_actual = 0x40;
 inline constexpr std::uint8_t tid_nit_other = 0x41;

@@ -18,15 +18,16 @@ namespace {
 constexpr std::size_t slots = 2 * limit::tables;
 static_assert(std::has_single_bit(slots));
 
-// Tables of one kind whose table_id_extension names the multiplex. As long as all of them agree, one value
-// answers for all.
+// Tables of one kind whose table_id_extension names the multiplex. As long as all of them agree,
+// one value answers for all.
 struct stream_mark {
     std::uint32_t tables = 0;
     std::uint16_t ext = 0;
     bool mixed = false;
 };
 
-// Tables with a key that an older one has already are left out, and counted: the oldest is the one found.
+// Tables with a key that an older one has already are left out, and counted: the oldest is the one
+// found.
 struct state {
     std::array<SiTable *, slots> table{};
     si_list *list = nullptr;
@@ -104,7 +105,8 @@ void put(SiTable *table)
     index.table[slot] = table;
 }
 
-// Takes a slot out and moves up what was pushed past it, so that every probe still meets what it looks for.
+// Takes a slot out and moves up what was pushed past it, so that every probe still meets what it
+// looks for.
 void clear_slot(std::size_t gap)
 {
     for (std::size_t slot = next(gap); index.table[slot] != nullptr; slot = next(slot)) {
@@ -156,17 +158,20 @@ bool ready(si_list *tables)
 
 } // namespace
 
-std::optional<SiTable *> find(si_list *tables, std::uint16_t pid, std::uint8_t table_id, std::uint16_t ext)
+std::optional<SiTable *> find(si_list *tables, std::uint16_t pid, std::uint8_t table_id,
+                              std::uint16_t ext)
 {
     if (pid == SI_ANY_PID || table_id == SI_ANY_TABLE_ID || ext == SI_ANY_EXT || !ready(tables))
         return std::nullopt;
-    for (std::size_t slot = slot_of(pid, table_id, ext); index.table[slot] != nullptr; slot = next(slot))
+    for (std::size_t slot = slot_of(pid, table_id, ext); index.table[slot] != nullptr;
+         slot = next(slot))
         if (has_key(*index.table[slot], pid, table_id, ext))
             return index.table[slot];
     return nullptr;
 }
 
-std::optional<bool> other_stream(si_list *tables, std::uint16_t pid, std::uint8_t table_id, std::uint16_t ext)
+std::optional<bool> other_stream(si_list *tables, std::uint16_t pid, std::uint8_t table_id,
+                                 std::uint16_t ext)
 {
     if (!ready(tables))
         return std::nullopt;

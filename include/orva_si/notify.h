@@ -9,6 +9,23 @@
 extern "C" {
 #endif
 
+/** What happened: the first argument of the client's callback. */
+enum si_reason {
+    SI_REASON_OTHER_TABLE = 0,            /**< a table on no PID of its own; data: table_id_extension */
+    SI_REASON_TIME_FROM_TDT = 3,          /**< new second from a TDT; flag 1, value: seconds since 1970 UTC */
+    SI_REASON_NIT = 5,                    /**< NIT; data: network_id */
+    SI_REASON_PAT = 6,                    /**< PAT; data: the frequency of the channel */
+    SI_REASON_SDT = 7,                    /**< SDT actual or other; data: transport_stream_id */
+    SI_REASON_PMT = 8,                    /**< PMT on any PID; data: address of a SiPmtNotify */
+    SI_REASON_EIT_PRESENT_FOLLOWING = 9,  /**< section of now and next; data: address of a SiEitNotify */
+    SI_REASON_EIT_SCHEDULE_CHANGED = 10,  /**< schedule section with new content; data: as 9 */
+    SI_REASON_EIT_SCHEDULE_NEW = 11,      /**< schedule section got for the first time; data: as 9 */
+    SI_REASON_DSMCC = 12,                 /**< DSM-CC section; data: address of a SiDsmccNotify */
+    SI_REASON_TIME_FROM_TOT = 16,         /**< new second from a TOT; as 3 */
+    SI_REASON_BAT = 17,                   /**< BAT; data: bouquet_id */
+    SI_REASON_CAT = 20                    /**< CAT; data: table_id_extension */
+};
+
 typedef uint32_t (*SiNotifyFunc)(uint32_t reason, uint32_t flag, SiWord data, uint32_t value);
 
 typedef struct SiPmtNotify {

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// What the model needs of the store beside its exported functions.
+#ifndef SRC_ORVA_SI_MODELLISTIMPL_H
+#define SRC_ORVA_SI_MODELLISTIMPL_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "orva_si/store.h"
+#include "orva_si_lock.h"
+
+namespace si {
+
+// Counts section bytes against the store's limit. False, and nothing counted, when they do not fit.
+bool reserve_table_bytes(std::size_t size, std::uint8_t table_id);
+void return_table_bytes(std::size_t size);
+
+// Frees a stored section with its buffer; it must already be out of its list, or about to leave it.
+void free_stored_section(SiSection *record);
+
+} // namespace si
+
+#endif
