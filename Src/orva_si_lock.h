@@ -79,7 +79,7 @@ public:
         mutex.unlock();
         SI_LOG_AT(here, level::verbose, "===Mutex Unlock===\n");
     }
-    ~scope_gap() SI_THREAD_SAFETY(acquire_capability())
+    ~scope_gap() SI_THREAD_SAFETY(release_capability()) // of the gap: the lock is held again
     {
         mutex.lock();
         SI_LOG_AT(here, level::verbose, "~~~Mutex Lock~~~\n");
