@@ -25,6 +25,7 @@ namespace si {
 
 namespace {
 
+// Published when their locks exist; clients that wait for the store read them without a lock.
 si_list *tables_list = nullptr;
 si_list *eit_list = nullptr;
 std::size_t table_bytes = 0;
@@ -150,7 +151,13 @@ uint32_t Orva_Si_InitTables(void)
         {&Ts_Time_Mutex, "Create the control mutex error\n"}, // the same words for both
         {&Ts_Eit_Mutex, "Create the eit mutex error\n"},
     }};
-    if (si_list_init(&tables_list) != 0 || si_list_init(&eit_list) != 0) {
+    si_list *tables = nullptr;
+    si_list *events = nullptr;
+    const si::on_exit publish{[&] { // what was created before a failure is kept
+        store_release(tables_list, tables);
+        store_release(eit_list, events);
+    }};
+    if (si_list_init(&tables) != 0 || si_list_init(&events) != 0) {
         SI_LOG(level::error, "Init tables list error\n");
         return ORVA_SI_FAILURE;
     }
@@ -165,7 +172,7 @@ uint32_t Orva_Si_InitTables(void)
 
 si_list *Orva_Si_GetTableList(void)
 {
-    return tables_list;
+    return load_acquire(tables_list);
 }
 
 SiTable *Orva_Si_CreateTable(uint16_t pid, uint8_t table_id, const uint8_t *psection)
@@ -306,7 +313,7 @@ uint32_t Orva_Si_DestorySectModel(void)
     while (si_list_get(tables_list, 0) != nullptr)
         drop_table_at(0);
     si_list_uninit(tables_list);
-    tables_list = nullptr;
+    store_release(tables_list, nullptr);
     return ORVA_SI_OK;
 }
 
@@ -368,7 +375,7 @@ uint32_t Orva_Si_ListEitImpl([[maybe_unused]] uint16_t original_network_id,
 
 si_list *Orva_Si_GetDvbEitList(void)
 {
-    return eit_list;
+    return load_acquire(eit_list);
 }
 
 // The event store holds nothing to erase yet.
