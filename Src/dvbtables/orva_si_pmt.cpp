@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// Questions about programs, answered from their Program Map Tables (ISO/IEC 13818-1, 2.4.4.8).
+#include <algorithm>
+
+#include "orva_si/query_program.h"
+#include "orva_si_query.h"
+#include "orva_si_ucsi.h"
+
+namespace si {
+
+namespace {
+
+// stream_type (ISO/IEC 13818-1, table 2-34)
+constexpr std::uint8_t mpeg1_video = 0x01;
+constexpr std::uint8_t mpeg2_video = 0x02;
+constexpr std::uint8_t mpeg1_audio = 0x03;
+constexpr std::uint8_t mpeg2_audio = 0x04;
+constexpr std::uint8_t latm_aac_audio = 0x11;
+constexpr std::uint8_t h264_video = 0x1B;
+
+constexpr SiTableKey pmt_of(std::uint32_t program_number)
+{
+    return {SI_ANY_PID, tid_pmt, low16(program_number), SI_ANY_EXT, SI_ANY_EXT};
+}
+
+constexpr SiTableKey pmt_on(std::uint32_t pid)
+{
+    return {low16(pid), tid_pmt, SI_ANY_EXT, SI_ANY_EXT, SI_ANY_EXT};
+}
+
+// Copies a whole section to the caller, or nothing when it does not fit.
+std::uint32_t copy_pmt(site here, const SiTableKey &key, std::uint8_t *data, std::uint32_t &len)
+{
+    return query_bytes(here, key, ORVA_SI_NOT_FOUND, [&](bytes section) {
+        if (len < section.size()) {
+            SI_LOG_AT(here, level::error, "the passed len=%d is less than the data's len=%d\n",
+                      static_cast<int>(len), static_cast<int>(section.size()));
+            return step::full;
+        }
+        std::ranges::copy(section, data);
+        len = static_cast<std::uint32_t>(section.size());
+        SI_LOG_AT(here, level::trace, "got the data len=%d\n", static_cast<int>(len));
+        return step::found;
+    });
+}
+
+// Asks each elementary stream of a program in turn, until one does not answer next.
+template <class End, class Question>
+std::uint32_t ask_streams(site here, std::uint32_t program_number, const End &end,
+                          Question question)
+{
+    return query<pmt_codec>(here, pmt_of(program_number), end, [&](mpeg_pmt_section &pmt) {
+        for (mpeg_pmt_stream &stream : streams(pmt))
+            if (const step answer = question(stream); answer != step::next)
+                return answer;
+        return step::next;
+    });
+}
+
+bool is_video(std::uint8_t stream_type)
+{
+    return stream_type == mpeg1_video || stream_type == mpeg2_video || stream_type == h264_video;
+}
+
+bool is_audio(std::uint8_t stream_type)
+{
+    return stream_type == mpeg1_audio || stream_type == mpeg2_audio ||
+           stream_type == latm_aac_audio;
+}
+
+// MPEG-1 layer 2 audio of any channel mode (EN 300 468, table 26).
+bool names_mpeg_audio(const dvb_component_descriptor &component)
+{
+    return component.stream_content == DVB_STREAM_CONTENT_AUDIO &&
+           component.component_type >= DVB_COMPONENT_TYPE_AUDIO_SINGLE_MONO &&
+           component.component_type <= DVB_COMPONENT_TYPE_AUDIO_SURROUND;
+}
+
+// Whether it is an audio stream. Fills the record in either case, and turns the type of a stream
+// whose component descriptor names MPEG audio into that, whatever it was.
+bool describe_audio(mpeg_pmt_stream &stream, SiAudioPid &record)
+{
+    record = {.pid = stream.pid, .has_lang = 0, .is_ac3 = 0};
+    for (descriptor &d : descriptors(stream)) {
+        if (as<mpeg_iso_639_language_descriptor>(d) != nullptr)
+            record.has_lang = 1;
+        else if (as<dvb_ac3_descriptor>(d) != nullptr)
+            record.is_ac3 = 1;
+        else if (const auto *component = as<dvb_component_descriptor>(d);
+                 component != nullptr && names_mpeg_audio(*component))
+            stream.stream_type = mpeg1_audio;
+    }
+    return is_audio(stream.stream_type) || record.is_ac3 != 0;
+}
+
+template <class Loop>
+step append_ca(site here, std::uint32_t program_number, const Loop &loop,
+               const many<SiCaDesc> &list)
+{
+    for (descriptor &d : loop) {
+        const auto *found = as<mpeg_ca_descriptor>(d);
+        if (found == nullptr)
+            continue;
+        const std::uint16_t ca_system_id = found->ca_system_id;
+        const std::uint16_t ca_pid = found->ca_pid;
+        if (!list.put([&](SiCaDesc &record) {
+                record.ca_system_id = ca_system_id;
+                record.ca_pid = ca_pid;
+            }))
+            return step::full;
+        SI_LOG_AT(here, level::trace, "ca_system_id = %#4x ca_pid = %#4x of prog_no = %#4x\n",
+                  ca_system_id, ca_pid, low16(program_number));
+    }
+    return step::next;
+}
+
+} // namespace
+
+} // namespace si
+
+using namespace si;
+
+uint32_t Orva_Si_GetPmtData(uint32_t program_number, uint8_t *data, uint32_t *plen)
+{
+    SI_REQUIRE(data);
+    SI_REQUIRE(plen);
+    return copy_pmt(SI_HERE, pmt_of(program_number), data, *plen);
+}
+
+uint32_t Orva_Si_GetPmtDataByPID(uint32_t pid, uint8_t *data, uint32_t *plen)
+{
+    SI_REQUIRE(data);
+    SI_REQUIRE(plen);
+    if (low16(pid) == SI_ANY_PID)
+        return ORVA_SI_NOT_FOUND;
+    return copy_pmt(SI_HERE, pmt_on(pid), data, *plen);
+}
+
+uint32_t Orva_Si_GetCiData(uint32_t program_number, uint8_t *data, uint32_t *plen)
+{
+    SI_REQUIRE(data);
+    SI_REQUIRE(plen);
+    return copy_pmt(SI_HERE, pmt_of(program_number), data, *plen);
+}
+
+uint32_t Orva_Si_IsFoundSsService(uint32_t program_number)
+{
+    return Orva_Si_IsPmtExisted(low16(program_number));
+}
+
+uint32_t Orva_Si_GetPcrPID(uint32_t program_number, uint16_t *pid)
+{
+    SI_REQUIRE(pid);
+    return query<pmt_codec>(SI_HERE, pmt_of(program_number), ORVA_SI_NO_DATA,
+                            [&](mpeg_pmt_section &pmt) {
+                                *pid = pmt.pcr_pid;
+                                return step::found;
+                            });
+}
+
+uint32_t Orva_Si_GetVideoPID(uint32_t program_number, uint16_t *pid)
+{
+    SI_REQUIRE(pid);
+    const site here = SI_HERE;
+    return ask_streams(here, program_number, ORVA_SI_FAILURE, [&](mpeg_pmt_stream &stream) {
+        if (!is_video(stream.stream_type))
+            return step::next;
+        *pid = stream.pid;
+        SI_LOG_AT(here, level::trace, "get the stream_type = %d's pid = %#4x\n", stream.stream_type,
+                  *pid);
+        return step::found;
+    });
+}
+
+// Room is asked for before it is known whether the stream is audio: behind a full list any stream
+// answers full, and the record of a stream that is not audio stays behind the count.
+uint32_t Orva_Si_GetAudioPIDs(uint32_t program_number, SiAudioPid *audiopid, uint32_t *pcount)
+{
+    SI_REQUIRE(audiopid);
+    SI_REQUIRE(pcount);
+    const site here = SI_HERE;
+    const many list{audiopid, pcount};
+    return ask_streams(here, program_number, list, [&](mpeg_pmt_stream &stream) {
+        if (list.full())
+            return step::full;
+        if (describe_audio(stream, list.candidate())) {
+            SI_LOG_AT(here, level::trace, "found audio pid: %#x\n", list.candidate().pid);
+            ++*list.count;
+        }
+        return step::next;
+    });
+}
+
+uint32_t Orva_Si_GetAllPids(uint32_t program_number, uint16_t *pids, uint32_t *pcount)
+{
+    SI_REQUIRE(pids);
+    SI_REQUIRE(pcount);
+    const many list{pids, pcount};
+    return ask_streams(SI_HERE, program_number, list, [&](mpeg_pmt_stream &stream) {
+        return list.put(static_cast<std::uint16_t>(stream.pid)) ? step::next : step::full;
+    });
+}
+
+uint32_t Orva_Si_GetTeleTextPids(uint32_t program_number, uint16_t *pid, uint32_t *pcount)
+{
+    SI_REQUIRE(pid);
+    SI_REQUIRE(pcount);
+    const site here = SI_HERE;
+    const many list{pid, pcount};
+    return ask_streams(here, program_number, list, [&](mpeg_pmt_stream &stream) {
+        if (first<dvb_teletext_descriptor>(descriptors(stream)) == nullptr)
+            return step::next;
+        if (!list.put(static_cast<std::uint16_t>(stream.pid)))
+            return step::full;
+        SI_LOG_AT(here, level::trace, " teletext pid = %#4x of prog_no = %#4x\n", stream.pid,
+                  low16(program_number));
+        return step::next;
+    });
+}
+
+uint32_t Orva_Si_GetSubtitlePids(uint32_t program_number, uint16_t *pid, uint32_t *pcount)
+{
+    SI_REQUIRE(pid);
+    SI_REQUIRE(pcount);
+    const site here = SI_HERE;
+    const many list{pid, pcount};
+    const std::uint32_t result =
+        ask_streams(here, program_number, list, [&](mpeg_pmt_stream &stream) {
+            if (first<dvb_subtitling_descriptor>(descriptors(stream)) == nullptr)
+                return step::next;
+            if (!list.put(static_cast<std::uint16_t>(stream.pid)))
+                return step::full;
+            SI_LOG_AT(here, level::trace, "found prog_no = %#x 's sbt pid: %#x, count: %d\n",
+                      low16(program_number), stream.pid, static_cast<int>(*pcount));
+            return step::next;
+        });
+    if (result == ORVA_SI_NO_DATA)
+        SI_LOG_AT(here, level::trace, "no entry\n");
+    return result;
+}
+
+uint32_t Orva_Si_GetPmtCaDesc(uint32_t program_number, SiCaDesc *cadesclist, uint32_t *pcount)
+{
+    SI_REQUIRE(cadesclist);
+    SI_REQUIRE(pcount);
+    const site here = SI_HERE;
+    const many list{cadesclist, pcount};
+    return query<pmt_codec>(here, pmt_of(program_number), list, [&](mpeg_pmt_section &pmt) {
+        step answer = append_ca(here, program_number, descriptors(pmt), list);
+        for (mpeg_pmt_stream &stream : streams(pmt))
+            if (answer == step::next)
+                answer = append_ca(here, program_number, descriptors(stream), list);
+        return answer;
+    });
+}

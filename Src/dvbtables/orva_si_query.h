@@ -1,0 +1,174 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// The frame of all getters: lock, walk, match, completeness, copy, CRC_32, decoding and the rules
+// for "full" and "nothing found". A getter is its checks, its key and its question. Nothing here
+// allocates.
+#ifndef SRC_DVBTABLES_ORVA_SI_QUERY_H
+#define SRC_DVBTABLES_ORVA_SI_QUERY_H
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+
+#include "orva_si/store.h"
+#include "orva_si_bytes.h"
+#include "orva_si_codec.h"
+#include "orva_si_lock.h"
+#include "orva_si_log.h"
+#include "orva_si_siids.h"
+
+namespace si {
+
+// A visitor's answer to the walk.
+enum class step {
+    next,       // go on with the next section
+    table_done, // go on with the next table
+    found,      // the question is answered
+    full,       // the caller's memory is full
+};
+
+// Identifiers travel as 32 bits, of which the low 16 count.
+constexpr std::uint16_t low16(std::uint32_t id)
+{
+    return static_cast<std::uint16_t>(id);
+}
+
+// ---- Where a getter writes
+
+// How a list getter ends.
+struct list_codes {
+    std::uint32_t some = ORVA_SI_OK;
+    std::uint32_t none = ORVA_SI_NO_DATA;
+    const char *full_text = "need more room\n"; // null: the getter has said so itself
+};
+
+// The caller's array and its count: capacity on the way in, elements written on the way out.
+template <class T>
+struct many {
+    many(T *items, std::uint32_t *n, list_codes c = {})
+        : out{items}, count{n}, capacity{*n}, codes{c}
+    {
+        *count = 0;
+    }
+    bool full() const { return *count == capacity; }
+    // The element that put would write next; only while not full.
+    T &candidate() const { return out[*count]; }
+    // Appends a value, or lets a function fill the element in place: fields it does not name stay
+    // the caller's.
+    template <class V>
+    [[nodiscard]] bool put(V value) const
+    {
+        if (full())
+            return false;
+        if constexpr (std::invocable<V &, T &>)
+            value(candidate());
+        else
+            candidate() = value;
+        ++*count;
+        return true;
+    }
+    std::uint32_t at_end() const { return *count != 0 ? codes.some : codes.none; }
+
+    T *out;
+    std::uint32_t *count;
+    std::uint32_t capacity;
+    list_codes codes;
+};
+
+template <class E>
+concept list_end = requires(const E &e)
+{
+    e.at_end();
+};
+
+// ---- How sections are found
+
+// A reference to what is to be done with each stored section, so that a walk is compiled once for
+// all getters.
+class section_visitor {
+public:
+    template <class Visit>
+    explicit section_visitor(Visit &visit)
+        : object{&visit}, call{[](void *of, const std::uint8_t *stored) {
+              return (*static_cast<Visit *>(of))(stored);
+          }}
+    {
+    }
+    step operator()(const std::uint8_t *stored) const { return call(object, stored); }
+
+private:
+    void *object;
+    step (*call)(void *, const std::uint8_t *);
+};
+
+// Visits the stored sections of one list, in the order of their arrival.
+step walk_sections(site here, si_list *sections, section_visitor visit);
+
+// Visits the sections of every complete table that the key matches, in the order of the store.
+step walk_tables(site here, const SiTableKey &key, section_visitor visit) SI_NEEDS(ctl);
+
+// ---- How sections are opened
+
+// Visits the decoded section; one that fails its checks is passed over.
+template <auto Codec, std::size_t Capacity = largest_psi_section, class Visit>
+auto decoding(Visit &visit)
+{
+    return [&visit](const std::uint8_t *stored) {
+        section_buffer<Capacity> buffer;
+        section_ext *head = load_section(buffer.room, stored);
+        decoded<Codec> *section = head != nullptr ? Codec(head) : nullptr;
+        return section != nullptr ? visit(*section) : step::next;
+    };
+}
+
+// Visits the bytes of a section that passes the checks, not decoded.
+template <std::size_t Capacity = largest_psi_section, class Visit>
+auto checking(Visit &visit)
+{
+    return [&visit](const std::uint8_t *stored) {
+        section_buffer<Capacity> buffer;
+        const bytes section = copy_section(buffer.room, stored);
+        return section.empty() ? step::next : visit(section);
+    };
+}
+
+// ---- The result
+
+// end: the list that was written, or the code of a single value that nothing answered.
+template <class End>
+std::uint32_t conclude(site here, step last, const End &end)
+{
+    if (last == step::found)
+        return ORVA_SI_OK;
+    if (last == step::full) {
+        if constexpr (list_end<End>)
+            if (end.codes.full_text != nullptr)
+                SI_LOG_AT(here, level::error, "%s", end.codes.full_text);
+        return ORVA_SI_ARRAY_FULL;
+    }
+    if constexpr (list_end<End>)
+        return end.at_end();
+    else
+        return end;
+}
+
+// Asks the decoded sections of the tables that the key matches.
+template <auto Codec, class End, class Visit>
+std::uint32_t query(site here, const SiTableKey &key, const End &end, Visit visit)
+{
+    auto opened = decoding<Codec>(visit);
+    const scope_lock lock{ctl, here};
+    return conclude(here, walk_tables(here, key, section_visitor{opened}), end);
+}
+
+// Asks the bytes of the sections of the tables that the key matches.
+template <class End, class Visit>
+std::uint32_t query_bytes(site here, const SiTableKey &key, const End &end, Visit visit)
+{
+    auto opened = checking(visit);
+    const scope_lock lock{ctl, here};
+    return conclude(here, walk_tables(here, key, section_visitor{opened}), end);
+}
+
+} // namespace si
+
+#endif

@@ -1,0 +1,237 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// The loops of decoded sections and descriptors as ranges, and descriptors by their type.
+//
+// Entries are libucsi's packed records inside the section's copy: take their fields by value. A
+// descriptor is decoded in place by as and first, so each may be asked for once per copy of its
+// section.
+#ifndef SRC_DVBTABLES_ORVA_SI_UCSI_H
+#define SRC_DVBTABLES_ORVA_SI_UCSI_H
+
+#include <libucsi/dvb/ac3_descriptor.h>
+#include <libucsi/dvb/bouquet_name_descriptor.h>
+#include <libucsi/dvb/component_descriptor.h>
+#include <libucsi/dvb/descriptor.h>
+#include <libucsi/dvb/network_name_descriptor.h>
+#include <libucsi/dvb/service_descriptor.h>
+#include <libucsi/dvb/service_list_descriptor.h>
+#include <libucsi/dvb/subtitling_descriptor.h>
+#include <libucsi/dvb/teletext_descriptor.h>
+#include <libucsi/mpeg/ca_descriptor.h>
+#include <libucsi/mpeg/descriptor.h>
+#include <libucsi/mpeg/iso_639_language_descriptor.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+
+#include "orva_si_codec.h"
+
+namespace si {
+
+// ---- How many bytes an entry takes, its own inner loop included
+
+template <class Entry>
+constexpr std::size_t extent(const Entry &)
+{
+    return sizeof(Entry);
+}
+inline std::size_t extent(const descriptor &entry)
+{
+    return sizeof entry + entry.len;
+}
+inline std::size_t extent(const dvb_sdt_service &entry)
+{
+    return sizeof entry + entry.descriptors_loop_length;
+}
+inline std::size_t extent(const dvb_nit_transport &entry)
+{
+    return sizeof entry + entry.transport_descriptors_length;
+}
+inline std::size_t extent(const mpeg_pmt_stream &entry)
+{
+    return sizeof entry + entry.es_info_length;
+}
+
+// A loop walked with libucsi's accessors; ends before the first entry that does not lie wholly in
+// front of end.
+template <class Owner, class Entry>
+class ucsi_loop {
+public:
+    using advance = Entry *(*)(Owner *, Entry *);
+
+    class iterator {
+    public:
+        using value_type = Entry;
+        using difference_type = std::ptrdiff_t;
+        using iterator_category = std::input_iterator_tag;
+
+        iterator(const ucsi_loop &of, Entry *first) : loop{of}, at{of.bounded(first)} {}
+        Entry &operator*() const { return *at; }
+        iterator &operator++()
+        {
+            at = loop.bounded(loop.next(loop.owner, at));
+            return *this;
+        }
+        void operator++(int) { ++*this; }
+        bool operator==(std::default_sentinel_t) const { return at == nullptr; }
+
+    private:
+        ucsi_loop loop;
+        Entry *at;
+    };
+
+    ucsi_loop(Owner &of, Entry *from, advance step_on, const std::uint8_t *up_to)
+        : owner{&of}, first{from}, next{step_on}, end_of_loop{up_to}
+    {
+    }
+    iterator begin() const { return {*this, first}; }
+    std::default_sentinel_t end() const { return {}; }
+
+private:
+    Entry *bounded(Entry *entry) const
+    {
+        if (entry == nullptr)
+            return nullptr;
+        const auto *start = reinterpret_cast<const std::uint8_t *>(entry);
+        const auto room = static_cast<std::size_t>(start < end_of_loop ? end_of_loop - start : 0);
+        return room >= sizeof(Entry) && room >= extent(*entry) ? entry : nullptr;
+    }
+
+    Owner *owner;
+    Entry *first;
+    advance next;
+    const std::uint8_t *end_of_loop;
+};
+
+// The byte behind an owner's fixed part and length more.
+template <class Owner>
+const std::uint8_t *behind(const Owner &owner, std::size_t length = 0)
+{
+    return reinterpret_cast<const std::uint8_t *>(&owner) + sizeof(Owner) + length;
+}
+
+template <class Section>
+const std::uint8_t *end_of_section(Section &section)
+{
+    return reinterpret_cast<const std::uint8_t *>(&section) + section_ext_length(&section.head);
+}
+
+// ---- Loops of sections
+
+inline auto programs(mpeg_pat_section &pat)
+{
+    return ucsi_loop{pat, mpeg_pat_section_programs_first(&pat), mpeg_pat_section_programs_next,
+                     end_of_section(pat)};
+}
+inline auto streams(mpeg_pmt_section &pmt)
+{
+    return ucsi_loop{pmt, mpeg_pmt_section_streams_first(&pmt), mpeg_pmt_section_streams_next,
+                     end_of_section(pmt)};
+}
+inline auto services(dvb_sdt_section &sdt)
+{
+    return ucsi_loop{sdt, dvb_sdt_section_services_first(&sdt), dvb_sdt_section_services_next,
+                     end_of_section(sdt)};
+}
+inline auto transports(dvb_nit_section &nit)
+{
+    struct dvb_nit_section_part2 &loop = *dvb_nit_section_part2(&nit);
+    return ucsi_loop{loop, dvb_nit_section_transports_first(&loop), dvb_nit_section_transports_next,
+                     end_of_section(nit)};
+}
+// The entries of a BAT are those of a NIT (EN 300 468, 5.2.1 and 5.2.2); libucsi's own record is
+// not packed.
+inline auto transports(dvb_bat_section &bat)
+{
+    auto &loop = *reinterpret_cast<struct dvb_nit_section_part2 *>(dvb_bat_section_part2(&bat));
+    return ucsi_loop{loop, dvb_nit_section_transports_first(&loop), dvb_nit_section_transports_next,
+                     end_of_section(bat)};
+}
+
+// ---- Descriptor loops
+
+inline auto descriptors(mpeg_pmt_section &pmt)
+{
+    return ucsi_loop{pmt, mpeg_pmt_section_descriptors_first(&pmt),
+                     mpeg_pmt_section_descriptors_next, behind(pmt, pmt.program_info_length)};
+}
+inline auto descriptors(mpeg_pmt_stream &stream)
+{
+    return ucsi_loop{stream, mpeg_pmt_stream_descriptors_first(&stream),
+                     mpeg_pmt_stream_descriptors_next, behind(stream, stream.es_info_length)};
+}
+inline auto descriptors(dvb_sdt_service &service)
+{
+    return ucsi_loop{service, dvb_sdt_service_descriptors_first(&service),
+                     dvb_sdt_service_descriptors_next,
+                     behind(service, service.descriptors_loop_length)};
+}
+inline auto descriptors(dvb_nit_section &nit)
+{
+    return ucsi_loop{nit, dvb_nit_section_descriptors_first(&nit), dvb_nit_section_descriptors_next,
+                     behind(nit, nit.network_descriptors_length)};
+}
+inline auto descriptors(dvb_bat_section &bat)
+{
+    return ucsi_loop{bat, dvb_bat_section_descriptors_first(&bat), dvb_bat_section_descriptors_next,
+                     behind(bat, bat.bouquet_descriptors_length)};
+}
+inline auto descriptors(dvb_nit_transport &transport)
+{
+    return ucsi_loop{transport, dvb_nit_transport_descriptors_first(&transport),
+                     dvb_nit_transport_descriptors_next,
+                     behind(transport, transport.transport_descriptors_length)};
+}
+
+// ---- Loops of descriptors
+
+inline auto services(dvb_service_list_descriptor &list)
+{
+    return ucsi_loop{list, dvb_service_list_descriptor_services_first(&list),
+                     dvb_service_list_descriptor_services_next, behind(list, list.d.len)};
+}
+
+// ---- Descriptors by type: tag and codec
+
+template <class Descriptor>
+struct ucsi_descriptor;
+
+#define SI_UCSI_DESCRIPTOR(family, name)                                                           \
+    template <>                                                                                    \
+    struct ucsi_descriptor<family##_##name##_descriptor> {                                         \
+        static constexpr std::uint8_t tag = dtag_##family##_##name;                                \
+        static auto *decode(descriptor &d) { return family##_##name##_descriptor_codec(&d); }      \
+    }
+SI_UCSI_DESCRIPTOR(mpeg, ca);
+SI_UCSI_DESCRIPTOR(mpeg, iso_639_language);
+SI_UCSI_DESCRIPTOR(dvb, network_name);
+SI_UCSI_DESCRIPTOR(dvb, service_list);
+SI_UCSI_DESCRIPTOR(dvb, bouquet_name);
+SI_UCSI_DESCRIPTOR(dvb, service);
+SI_UCSI_DESCRIPTOR(dvb, component);
+SI_UCSI_DESCRIPTOR(dvb, teletext);
+SI_UCSI_DESCRIPTOR(dvb, subtitling);
+SI_UCSI_DESCRIPTOR(dvb, ac3);
+#undef SI_UCSI_DESCRIPTOR
+
+// The descriptor decoded as that type; null when it is another one, or its codec refuses it.
+template <class Descriptor>
+Descriptor *as(descriptor &d)
+{
+    using kind = ucsi_descriptor<Descriptor>;
+    return d.tag == kind::tag ? kind::decode(d) : nullptr;
+}
+
+// The first descriptor of that type that its codec accepts; null when there is none.
+template <class Descriptor, class Loop>
+Descriptor *first(const Loop &loop)
+{
+    for (descriptor &d : loop)
+        if (Descriptor *found = as<Descriptor>(d))
+            return found;
+    return nullptr;
+}
+
+} // namespace si
+
+#endif
