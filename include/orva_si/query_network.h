@@ -55,20 +55,19 @@ typedef struct SiCableDelivery {
 
 /** A terrestrial_delivery_system_descriptor (0x5A, clause 6.2.13.4), fields as coded there. */
 typedef struct SiTerrDelivery {
-    uint16_t transport_stream_id; /**< of the transport stream that it describes */
-    uint32_t centre_frequency;    /**< binary, 10 Hz: 62600000 is 626 MHz */
-    uint8_t bandwidth;            /**< 3 bits: 0 8 MHz, 1 7 MHz, 2 6 MHz, 3 5 MHz */
-    uint8_t priority;             /**< 1 high priority stream, or no hierarchy; 0 low priority */
-    uint8_t
-        time_slicing_indicator; /**< 0 when an elementary stream is time-sliced, 1 when none is */
-    uint8_t mpe_fec_indicator;  /**< 0 when an elementary stream uses MPE-FEC, 1 when none does */
-    uint8_t constellation;      /**< 2 bits: 0 QPSK, 1 16-QAM, 2 64-QAM */
-    uint8_t hierarchy_information; /**< 3 bits */
-    uint8_t code_rate_hp_stream;   /**< 3 bits: 0 1/2, 1 2/3, 2 3/4, 3 5/6, 4 7/8 */
-    uint8_t code_rate_lp_stream;   /**< 3 bits, likewise */
-    uint8_t guard_interval;        /**< 2 bits: 0 1/32, 1 1/16, 2 1/8, 3 1/4 */
-    uint8_t transmission_mode;     /**< 2 bits: 0 2k, 1 8k, 2 4k */
-    uint8_t other_frequency_flag;  /**< 1 when the stream is sent on other frequencies too */
+    uint16_t transport_stream_id;   /**< of the transport stream that it describes */
+    uint32_t centre_frequency;      /**< binary, 10 Hz: 62600000 is 626 MHz */
+    uint8_t bandwidth;              /**< 3 bits: 0 8 MHz, 1 7 MHz, 2 6 MHz, 3 5 MHz */
+    uint8_t priority;               /**< 1 high priority stream, or no hierarchy; 0 low priority */
+    uint8_t time_slicing_indicator; /**< 0 when a stream is time-sliced, 1 when none is */
+    uint8_t mpe_fec_indicator;      /**< 0 when a stream uses MPE-FEC, 1 when none does */
+    uint8_t constellation;          /**< 2 bits: 0 QPSK, 1 16-QAM, 2 64-QAM */
+    uint8_t hierarchy_information;  /**< 3 bits */
+    uint8_t code_rate_hp_stream;    /**< 3 bits: 0 1/2, 1 2/3, 2 3/4, 3 5/6, 4 7/8 */
+    uint8_t code_rate_lp_stream;    /**< 3 bits, likewise */
+    uint8_t guard_interval;         /**< 2 bits: 0 1/32, 1 1/16, 2 1/8, 3 1/4 */
+    uint8_t transmission_mode;      /**< 2 bits: 0 2k, 1 8k, 2 4k */
+    uint8_t other_frequency_flag;   /**< 1 when the stream is sent on other frequencies too */
 } SiTerrDelivery;
 
 /** A service of a NorDig logical channel descriptor version 2 (private 0x87). */
