@@ -8,7 +8,7 @@
  * The services run on the timer thread "SIBGThread" of the platform library and hold the filter
  * pool's mutex for their whole run. A service runs when it is not paused itself and all services
  * are enabled. Starting and stopping channels, scans and EIT does both; a client rarely needs these
- * functions. They run on any thread and take no lock of the library, except the last two.
+ * functions. They run on any thread and take no lock of the library.
  *
  * Unless a comment says otherwise the answer is ORVA_SI_OK, or ORVA_SI_UNKNOWN_SERVICE for an id
  * that does not exist or before Si_BG_InitServiceList.
