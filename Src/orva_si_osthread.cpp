@@ -63,7 +63,7 @@ std::uint32_t Orva_MutexP(pthread_mutex_t *mutex)
 {
     if (mutex == nullptr)
         return missing(SI_HERE);
-    if (pthread_mutex_lock(mutex) < 0)
+    if (pthread_mutex_lock(mutex) < 0) // NOLINT(bugprone-posix-return)
         return failed(SI_HERE, "mutex lock fail\n");
     return ORVA_SI_OK;
 }
@@ -72,7 +72,7 @@ std::uint32_t Orva_MutexV(pthread_mutex_t *mutex)
 {
     if (mutex == nullptr)
         return missing(SI_HERE);
-    if (pthread_mutex_unlock(mutex) < 0)
+    if (pthread_mutex_unlock(mutex) < 0) // NOLINT(bugprone-posix-return)
         return failed(SI_HERE, "mutex unlock fail\n");
     return ORVA_SI_OK;
 }
