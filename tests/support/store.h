@@ -31,8 +31,19 @@ inline void init_store()
         Orva_Si_InitTables();
 }
 
+// Puts one more section into a table.
+inline void insert(SiTable *table, octets section)
+{
+    SiSection record{};
+    record.pid = table->pid;
+    record.sect_len = static_cast<std::uint16_t>(section.size());
+    record.section = section.data();
+    Orva_Si_InsertSection(table, &record);
+    Orva_Si_CheckTableCompleted(table, &record);
+}
+
 // Stores one section in its table, which is created when it is the first. Answers the table.
-inline SiTable *store(octets section, std::uint16_t pid)
+inline SiTable *store(const octets &section, std::uint16_t pid)
 {
     init_store();
     Orva_MutexP(&Ts_Ctl_Mutex);
@@ -41,12 +52,7 @@ inline SiTable *store(octets section, std::uint16_t pid)
     SiTable *table = Orva_Si_FindTableById(pid, table_id, extension, SI_ANY_EXT, SI_ANY_EXT);
     if (table == nullptr)
         table = Orva_Si_CreateTable(pid, table_id, section.data());
-    SiSection record{};
-    record.pid = pid;
-    record.sect_len = static_cast<std::uint16_t>(section.size());
-    record.section = section.data();
-    Orva_Si_InsertSection(table, &record);
-    Orva_Si_CheckTableCompleted(table, &record);
+    insert(table, section);
     Orva_MutexV(&Ts_Ctl_Mutex);
     return table;
 }
