@@ -363,6 +363,7 @@ TEST_F(List, FollowsAClientThatPutLinksInByHand)
     si_list_get(list, 2);
     list->node = own_link(&things[9], list->node);
     ++list->nb_elt;
+    EXPECT_EQ(si_list_get(list, 2), &things[1]); // behind where the cursor was
     EXPECT_THAT(contents(), ElementsAre(9, 0, 1, 2));
     EXPECT_EQ(si_list_remove(list, 1), 3);
     list->node->next->next->next = own_link(&things[8], nullptr);
