@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // Questions about bouquets, answered from the Bouquet Association Tables (EN 300 468, 5.2.2).
 #include <algorithm>
-#include <ranges>
 #include <span>
 
 #include "orva_si/query_bouquet.h"
@@ -37,8 +36,8 @@ uint32_t Orva_Si_GetBouquetIdList(uint16_t *bouq, uint32_t *pcount)
             return step::full;
         const std::uint16_t bouquet_id = dvb_bat_section_bouquet_id(&bat);
         // From the last one: the sections of a table follow each other.
-        const auto listed = std::span{bouq, *pcount} | std::views::reverse;
-        if (std::ranges::find(listed, bouquet_id) != listed.end())
+        const std::span listed{bouq, *pcount};
+        if (std::find(listed.rbegin(), listed.rend(), bouquet_id) != listed.rend())
             return step::next;
         return ids.put(bouquet_id) ? step::next : step::full;
     });
