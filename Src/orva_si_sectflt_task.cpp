@@ -1,0 +1,724 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// The eleven filter tasks: a table row each, the rotation of filters over items, and the tables
+// that have a filter of their own (PAT, CAT, NIT, SDT/BAT, TDT/TOT).
+#include <algorithm>
+#include <array>
+#include <initializer_list>
+#include <utility>
+
+#include "orva_si/readiness.h"
+#include "orva_si_sectflt.h"
+#include "orva_si_siids.h"
+
+namespace si {
+
+namespace {
+
+// ---- The task table
+
+template <class Item>
+std::uint32_t flush_item(void *item, filter_task *task)
+{
+    SI_REQUIRE(item);
+    SI_REQUIRE(task);
+    for (pid_filter &record : filters(*task))
+        if (record.item == item)
+            record.item = nullptr;
+    release_record(static_cast<Item *>(item));
+    --task->task_count;
+    return ORVA_SI_OK;
+}
+
+using init_function = std::uint32_t (*)(pid_filter *);
+using filter_function = std::uint32_t (*)(pid_filter *, void *);
+
+template <class Item>
+constexpr filter_task row(task_row id, init_function init, filter_function filter,
+                          std::uint8_t quota)
+{
+    filter_task task{};
+    task.task_id = id;
+    task.mode = mode::idle;
+    task.filter_quota = quota;
+    task.init_func = init;
+    task.filter_func = filter;
+    task.flush_task_func = flush_item<Item>;
+    return task;
+}
+
+constexpr filter_task eit_row(task_row id, std::uint8_t quota)
+{
+    return row<task_item_eit>(id, Si_SectFlt_InitEitFilter, Si_SectFlt_StartEitFilterTask, quota);
+}
+
+constexpr std::array<filter_task, task_total> initial_tasks{{
+    row<task_item_plain>(pat_task, Si_SectFlt_InitPatFilter, Si_SectFlt_StartPatFilterTask, 1),
+    row<task_item_plain>(cat_task, Si_SectFlt_InitCatFilter, Si_SectFlt_StartCatFilterTask, 1),
+    row<task_item_pmt>(pmt_task, Si_SectFlt_InitPmtFilter, Si_SectFlt_StartPmtFilterTask, 1),
+    row<task_item_nit>(nit_task, Si_SectFlt_InitNitFilter, Si_SectFlt_StartNitFilterTask, 1),
+    row<task_item_plain>(sdt_bat_task, Si_SectFlt_InitSdtBatFilter,
+                         Si_SectFlt_StartSdtBatFilterTask, 1),
+    row<task_item_plain>(tdt_tot_task, Si_SectFlt_InitTdtTotFilter,
+                         Si_SectFlt_StartTdtTotFilterTask, 1),
+    eit_row(act_pf_eit_task, 1),
+    eit_row(other_pf_eit_task, 0),
+    eit_row(act_sch_eit_task, 5),
+    eit_row(other_sch_eit_task, 0),
+    row<task_item_dsm>(dsmcc_task, Si_SectFlt_InitDsmFilter, Si_SectFlt_StartDsmFilterTask, 0),
+}};
+static_assert([] {
+    for (std::uint32_t i = 0; i < task_total; ++i)
+        if (initial_tasks[i].task_id != i)
+            return false;
+    return true;
+}());
+
+constinit std::array<filter_task, task_total> filter_tasks SI_GUARDED_BY(pool) = initial_tasks;
+
+struct table_range {
+    std::uint32_t first;
+    std::uint32_t last;
+    task_row task;
+};
+constexpr table_range table_tasks[] = {
+    {tid_pat, tid_pat, pat_task},
+    {tid_cat, tid_cat, cat_task},
+    {tid_pmt, tid_pmt, pmt_task},
+    {tid_nit_actual, tid_nit_actual, nit_task},
+    {tid_sdt_actual, tid_sdt_actual, sdt_bat_task},
+    {tid_tdt, tid_tdt, tdt_tot_task},
+    {tid_eit_pf_actual, tid_eit_pf_actual, act_pf_eit_task},
+    {tid_eit_pf_other, tid_eit_pf_other, other_pf_eit_task},
+    {tid_eit_schedule_actual, tid_eit_schedule_other - 1, act_sch_eit_task},
+    {tid_eit_schedule_other, tid_eit_last, other_sch_eit_task},
+    {tid_dsmcc_un_message, tid_dsmcc_un_message, dsmcc_task},
+};
+
+constexpr std::uint32_t lookup_task(std::uint32_t table_id)
+{
+    for (const table_range &range : table_tasks)
+        if (table_id >= range.first && table_id <= range.last)
+            return range.task;
+    return no_task;
+}
+static_assert(lookup_task(0x5F) == act_sch_eit_task && lookup_task(0x60) == other_sch_eit_task &&
+              lookup_task(0x46) == no_task && lookup_task(0x3C) == no_task);
+
+// ---- Choosing filters and items
+
+// The record of a task nearest to its tail that a predicate accepts; null when there is none.
+template <class Accepts>
+pid_filter *last_filter(const filter_task &task, Accepts accepts)
+{
+    pid_filter *found = nullptr;
+    for (pid_filter &record : filters(task))
+        if (accepts(record))
+            found = &record;
+    return found;
+}
+
+bool serves_nothing(const pid_filter &record)
+{
+    return record.item == nullptr || record.item->active == 0;
+}
+
+// Not held by an item that must never lose its filter.
+bool may_be_taken(const pid_filter &record)
+{
+    return record.item == nullptr || record.item->wanted != 0;
+}
+
+bool any_filter(const pid_filter &)
+{
+    return true;
+}
+
+std::uint16_t next_index(const filter_task &task)
+{
+    return static_cast<std::uint16_t>((task.next_task_index + 1u) % task.task_count);
+}
+
+// The first pending item from the position of the rotation on, which is left at that item.
+task_item *next_pending(filter_task &task)
+{
+    GSList *cell = g_slist_nth(task.task_list, task.next_task_index);
+    for (std::uint32_t seen = 0; seen < task.task_count && cell != nullptr; ++seen) {
+        auto *item = static_cast<task_item *>(cell->data);
+        if (item != nullptr && item->active == 0)
+            return item;
+        task.next_task_index = next_index(task);
+        cell = task.next_task_index == 0 ? task.task_list : cell->next;
+    }
+    return nullptr;
+}
+
+void log_counts(site here, const filter_task &task)
+{
+    SI_LOG_AT(here, level::verbose, "We have already got %d filters and %d tasks!\n",
+              task.filter_count, task.task_count);
+}
+
+// Gives a record back to the pool. What it served is pending again.
+void return_filter(filter_task &task, pid_filter &record) SI_NEEDS(pool)
+{
+    const bool was_enabled = record.enabled != 0;
+    displace(record);
+    if (was_enabled)
+        Si_SectFlt_DisableSecFilter(demux_index, record.filter_id);
+    record.used = 0;
+    --task.filter_count;
+}
+
+// Takes filters beyond a donor's quota; the number taken, at most count.
+std::uint32_t take_surplus(filter_task &donor, std::uint32_t count) SI_NEEDS(pool)
+{
+    std::uint32_t taken = 0;
+    while (taken < count && donor.filter_count > donor.filter_quota) {
+        pid_filter *record = last_filter(donor, may_be_taken);
+        if (record == nullptr)
+            break;
+        drop_filter(donor, *record);
+        ++taken;
+    }
+    Si_SectFlt_SetFilterMode(&donor);
+    return taken;
+}
+
+// Which task gives up filters first when another has none.
+constexpr std::array donors{pmt_task, act_sch_eit_task, other_sch_eit_task, other_pf_eit_task,
+                            act_pf_eit_task};
+
+// ---- Tables with a filter of their own
+
+struct static_table {
+    task_row task;
+    std::size_t record; // its place in the pool
+    std::uint32_t (*enabled)();
+    bool checked_at_start;
+    std::uint16_t pid;
+    std::uint8_t table_id;
+};
+constexpr static_table pat_table{pat_task, 0, Si_CtlHelper_IsPatEnabled, true, pid_pat, tid_pat};
+constexpr static_table cat_table{cat_task, 1, Si_CtlHelper_IsCatEnabled, true, pid_cat, tid_cat};
+constexpr static_table nit_table{nit_task, 2,       Si_CtlHelper_IsNitEnabled,
+                                 true,     pid_nit, tid_nit_actual};
+constexpr static_table sdt_bat_table{sdt_bat_task, 3,           Si_CtlHelper_IsSdtBatEnabled,
+                                     true,         pid_sdt_bat, tid_sdt_actual};
+constexpr static_table tdt_tot_table{tdt_tot_task, 4,           Si_CtlHelper_IsTdtTotEnabled,
+                                     false,        pid_tdt_tot, tid_tdt};
+
+bool may_start(const static_table &table)
+{
+    return !table.checked_at_start || table.enabled() != 0;
+}
+
+void keep(task_item_plain &) {}
+
+// Queues one item; the first start also attaches the table's record and arms it.
+template <class Item, class Fill>
+std::uint32_t start_table(site here, const static_table &table, Fill fill)
+{
+    if (!may_start(table))
+        return ORVA_SI_TABLE_DISABLED;
+    const scope_lock lock{pool, here};
+    if (!may_start(table)) // stopped while this thread waited
+        return ORVA_SI_TABLE_DISABLED;
+    filter_task &task = task_at(table.task);
+    Item *item = new_item<Item>();
+    if (item == nullptr)
+        return ORVA_SI_FAILURE;
+    item->version = any_version;
+    fill(*item);
+    Si_SectFlt_AddNewTask(&task, item);
+    if (task.filter_count == 0) {
+        pid_filter &record = pool_records()[table.record];
+        task.init_func(&record);
+        Si_SectFlt_AddNewFilter(&task, &record);
+    }
+    task.filter_quota = 1;
+    if (task.task_count != 1 || task.filter_count != 1)
+        return ORVA_SI_FAILURE; // was started before
+    return Si_SectFlt_TriggerFilterTask(&task);
+}
+
+template <class Item, class Remember>
+std::uint32_t update_table(site here, const static_table &table, std::uint32_t finished,
+                           Remember remember)
+{
+    if (table.enabled() == 0)
+        return ORVA_SI_TABLE_DISABLED;
+    const scope_lock lock{pool, here};
+    filter_task &task = task_at(table.task);
+    pid_filter *record =
+        Si_SectFlt_GetFilterFromFilterList(task.filter_list, table.pid, table.table_id, SI_ANY_EXT);
+    task_item *item = finish_item(here, record, table.table_id, finished);
+    if (item == nullptr)
+        return ORVA_SI_FAILURE;
+    if (keeps_filter(task, *item))
+        remember(*item_as<Item>(item));
+    return go_on(here, task, *record, table.table_id);
+}
+
+std::uint32_t update_version(site here, const static_table &table, std::uint32_t version,
+                             std::uint32_t finished)
+{
+    return update_table<task_item_plain>(here, table, finished, [=](task_item_plain &item) {
+        item.version = static_cast<std::uint8_t>(version);
+    });
+}
+
+std::uint32_t arm_plain(site here, const static_table &table, pid_filter *record, void *item)
+{
+    const std::uint32_t checked = check_arming(here, record, item, table.enabled());
+    if (checked != ORVA_SI_OK)
+        return checked;
+    pool.assume_held();
+    auto &plain = *static_cast<task_item_plain *>(item);
+    record->version = plain.version;
+    return arm(*record, head_of(plain), single_delivery);
+}
+
+} // namespace
+
+// ---- Shared steps
+
+std::uint32_t task_of(std::uint32_t table_id)
+{
+    return lookup_task(table_id);
+}
+
+filter_task *find_task(std::uint32_t task_id)
+{
+    auto *found = std::ranges::find(filter_tasks, task_id, &filter_task::task_id);
+    return found == filter_tasks.end() ? nullptr : found;
+}
+
+filter_task &task_at(task_row row)
+{
+    return filter_tasks[row];
+}
+
+std::uint32_t stop_task(site here, task_row row)
+{
+    const scope_lock lock{pool, here};
+    return Si_SectFlt_StopFilterTask(&task_at(row));
+}
+
+std::uint32_t check_arming(site here, const pid_filter *record, const void *item,
+                           std::uint32_t enabled)
+{
+    if (record == nullptr) {
+        print_assertion(here, "pid_filter!=((void *)0)");
+        return ORVA_SI_NULL_ARGUMENT;
+    }
+    if (item == nullptr) {
+        print_assertion(here, "task_item!=((void *)0)");
+        return ORVA_SI_NULL_ARGUMENT;
+    }
+    return enabled != 0 ? ORVA_SI_OK : ORVA_SI_TABLE_DISABLED;
+}
+
+std::uint32_t arm(pid_filter &record, task_item &item, std::uint32_t list_length)
+{
+    record.ticks = 0;
+    const std::uint32_t result = Si_SectFlt_StartFilter(&record, list_length);
+    if (result != ORVA_SI_OK)
+        return result;
+    item.active = 1;
+    item.finished = 0;
+    return ORVA_SI_OK;
+}
+
+std::uint32_t serve(filter_task &task, pid_filter &record, task_item &item)
+{
+    const std::uint32_t result = task.filter_func(&record, &item);
+    if (result == ORVA_SI_OK)
+        record.item = &item;
+    return result;
+}
+
+void displace(pid_filter &record)
+{
+    store_release(record.enabled, 0);
+    if (record.item != nullptr)
+        record.item->active = 0;
+    record.item = nullptr;
+}
+
+void serve_first(filter_task &task, task_item &item)
+{
+    for (pid_filter &record : filters(task)) {
+        displace(record);
+        serve(task, record, item);
+        return;
+    }
+}
+
+task_item *finish_item(site here, pid_filter *record, std::uint32_t table_id,
+                       std::uint32_t finished)
+{
+    if (record == nullptr || serves_nothing(*record)) {
+        SI_LOG_AT(here, level::fatal, "The filter has no active task, table_id: %#x!\n", table_id);
+        return nullptr;
+    }
+    record->item->finished = finished;
+    record->item->active = 0;
+    return record->item;
+}
+
+bool keeps_filter(const filter_task &task, const task_item &item)
+{
+    return task.mode == mode::one_each || (task.mode == mode::rotating && item.wanted == 0);
+}
+
+std::uint32_t go_on(site here, filter_task &task, pid_filter &record, std::uint32_t table_id)
+{
+    if (task.mode == mode::idle) {
+        SI_LOG_AT(here, level::fatal, "Wrong task mode: %d, table_id: %#x!\n",
+                  static_cast<int>(task.mode), table_id);
+        return ORVA_SI_FAILURE;
+    }
+    if (keeps_filter(task, *record.item)) {
+        const std::uint32_t result = serve(task, record, *record.item);
+        if (result != ORVA_SI_OK)
+            store_release(record.enabled, 0); // the next poll tries again
+        return task.mode == mode::one_each ? result : std::uint32_t{ORVA_SI_FAILURE};
+    }
+    displace(record);
+    Si_SectFlt_PollNewTaskFunc(&record, &task);
+    return ORVA_SI_FAILURE;
+}
+
+void fetch_filters(site here, filter_task &task, std::uint32_t count)
+{
+    Si_SectFlt_AddAvailableFilters(&task, count);
+    if (task.filter_count >= task.filter_quota)
+        return;
+    const std::uint32_t missing = task.filter_quota - task.filter_count;
+    Si_SectFlt_ReduceTaskFilterList(&task, missing);
+    Si_SectFlt_AddAvailableFilters(&task, missing);
+    if (task.filter_count >= task.filter_quota)
+        SI_LOG_AT(here, level::notice, "Fetch filter sucessfully!\n");
+}
+
+bool fetch_one_filter(site here, filter_task &task)
+{
+    pid_filter *record = Si_SectFlt_GetAvalibleDynamicFilter();
+    if (record == nullptr) {
+        Si_SectFlt_ReduceTaskFilterList(&task, 1);
+        record = Si_SectFlt_GetAvalibleDynamicFilter();
+    }
+    if (record == nullptr)
+        return false;
+    SI_LOG_AT(here, level::notice, "Fetch filter sucessfully: %d!\n", record->filter_id);
+    task.init_func(record);
+    Si_SectFlt_AddNewFilter(&task, record);
+    return true;
+}
+
+void drop_filter(filter_task &task, pid_filter &record)
+{
+    return_filter(task, record);
+    task.filter_list = g_slist_remove(task.filter_list, &record);
+}
+
+void drop_item(filter_task &task, task_item &item)
+{
+    task.task_list = g_slist_remove(task.task_list, &item);
+    task.flush_task_func(&item, &task);
+    settle_rotation(task);
+}
+
+void settle_rotation(filter_task &task)
+{
+    if (task.next_task_index >= task.task_count)
+        task.next_task_index = 0;
+}
+
+void poll_filters(filter_task &task)
+{
+    for (pid_filter &record : filters(task))
+        Si_SectFlt_PollNewTaskFunc(&record, &task);
+}
+
+bool time_out(site here, pid_filter &record, std::uint16_t limit)
+{
+    if (record.enabled == 0 || record.item == nullptr || record.item->wanted == 0)
+        return false;
+    if (record.ticks++ < limit)
+        return false;
+    SI_LOG_AT(here, level::notice, "Filter %d time out: %d!\n", record.filter_id, record.ticks);
+    displace(record);
+    Si_SectFlt_DisableSecFilter(demux_index, record.filter_id);
+    return true;
+}
+
+} // namespace si
+
+using namespace si;
+
+// ---- Operations on a task
+
+std::uint32_t Si_SectFlt_AddNewTask(filter_task *task, void *item)
+{
+    SI_REQUIRE(task);
+    SI_REQUIRE(item);
+    task->task_list = g_slist_append(task->task_list, item);
+    ++task->task_count;
+    log_counts(SI_HERE, *task);
+    return ORVA_SI_OK;
+}
+
+std::uint32_t Si_SectFlt_AddNewFilter(filter_task *task, pid_filter *record)
+{
+    SI_REQUIRE(task);
+    SI_REQUIRE(record);
+    record->used = 1;
+    task->filter_list = g_slist_append(task->filter_list, record);
+    ++task->filter_count;
+    log_counts(SI_HERE, *task);
+    return ORVA_SI_OK;
+}
+
+std::uint32_t Si_SectFlt_SetFilterMode(filter_task *task)
+{
+    SI_REQUIRE(task);
+    if (task->filter_count == 0 || task->task_count == 0)
+        task->mode = mode::idle;
+    else
+        task->mode = task->filter_count == task->task_count ? mode::one_each : mode::rotating;
+    return ORVA_SI_OK;
+}
+
+std::uint32_t Si_SectFlt_RemoveUselessFilters(filter_task *task)
+{
+    SI_REQUIRE(task);
+    for (const auto accepts : {serves_nothing, may_be_taken, any_filter}) {
+        while (task->filter_count > task->task_count) {
+            pid_filter *record = last_filter(*task, accepts);
+            if (record == nullptr)
+                break;
+            drop_filter(*task, *record);
+        }
+    }
+    return ORVA_SI_OK;
+}
+
+std::uint32_t Si_SectFlt_TriggerFilterTask(filter_task *task)
+{
+    SI_REQUIRE(task);
+    if (task->task_count < task->filter_count)
+        Si_SectFlt_RemoveUselessFilters(task);
+    Si_SectFlt_SetFilterMode(task);
+    SI_LOG(level::verbose, "task id: %d, task mode: %d\n", static_cast<int>(task->task_id),
+           static_cast<int>(task->mode));
+    poll_filters(*task);
+    return ORVA_SI_OK;
+}
+
+void Si_SectFlt_PollNewTaskFunc(void *record, void *task)
+{
+    if (record == nullptr || task == nullptr) {
+        SI_LOG_MISSING(record == nullptr ? "record" : "task");
+        return;
+    }
+    auto &idle = *static_cast<pid_filter *>(record);
+    auto &of = *static_cast<filter_task *>(task);
+    if (idle.enabled != 0 || of.task_count == 0 || of.next_task_index >= of.task_count)
+        return;
+    task_item *item = next_pending(of);
+    if (item == nullptr)
+        return;
+    if (of.filter_func == nullptr) {
+        SI_LOG(level::error, "filter_task->filter_func!=NULL");
+        return;
+    }
+    if (serve(of, idle, *item) != ORVA_SI_OK)
+        return;
+    of.next_task_index = next_index(of);
+    SI_LOG(level::trace, "filter_id: %d, filter_task->next_task_index = %d\n", idle.filter_id,
+           of.next_task_index);
+}
+
+std::uint32_t Si_SectFlt_StopFilterTask(filter_task *task)
+{
+    SI_REQUIRE(task);
+    for (pid_filter &record : filters(*task))
+        return_filter(*task, record);
+    SI_ASSERT(task->filter_count == 0, "filter_task->filter_count==0", ORVA_SI_FAILURE);
+    g_slist_free(task->filter_list);
+    task->filter_list = nullptr;
+    if (task->flush_task_func == nullptr) {
+        SI_LOG(level::error, "filter_task->flush_task_func!=NULL");
+        return ORVA_SI_NULL_ARGUMENT;
+    }
+    for (GSList *cell = task->task_list; cell != nullptr; cell = cell->next)
+        task->flush_task_func(std::exchange(cell->data, nullptr), task);
+    SI_ASSERT(task->task_count == 0, "filter_task->task_count==0", ORVA_SI_FAILURE);
+    g_slist_free(task->task_list);
+    task->task_list = nullptr;
+    task->mode = mode::idle;
+    task->next_task_index = 0;
+    task->filter_quota = 0;
+    return ORVA_SI_OK;
+}
+
+std::uint32_t Si_SectFlt_AddAvailableFilters(filter_task *task, std::uint32_t count)
+{
+    if (task == nullptr) {
+        SI_LOG_MISSING("task");
+        return 0;
+    }
+    std::uint32_t added = 0;
+    for (; added < count; ++added) {
+        pid_filter *record = Si_SectFlt_GetAvalibleDynamicFilter();
+        if (record == nullptr)
+            break;
+        task->init_func(record);
+        Si_SectFlt_AddNewFilter(task, record);
+    }
+    return added;
+}
+
+std::uint32_t Si_SectFlt_ReduceTaskFilterList(filter_task *requester, std::uint32_t count)
+{
+    std::uint32_t freed = 0;
+    for (const task_row donor : donors)
+        if (&task_at(donor) != requester && freed < count)
+            freed += take_surplus(task_at(donor), count - freed);
+    return freed;
+}
+
+std::uint32_t Si_SectFlt_StopAllFilters(void)
+{
+    std::uint32_t result = ORVA_SI_OK;
+    {
+        const scope_lock lock{pool, SI_HERE};
+        for (filter_task &task : filter_tasks) {
+            const std::uint32_t stopped = Si_SectFlt_StopFilterTask(&task);
+            if (result == ORVA_SI_OK)
+                result = stopped;
+        }
+        Si_SectFlt_FlushTmpList();
+    }
+    clear_eit_started();
+    Si_BG_PauseService(bg_service::pmt);
+    Si_BG_PauseService(bg_service::act_pf_eit);
+    Si_BG_PauseService(bg_service::act_sch_eit);
+    return result;
+}
+
+// ---- PAT, CAT, NIT, SDT/BAT, TDT/TOT
+
+std::uint32_t Si_SectFlt_StartPat(void)
+{
+    return start_table<task_item_plain>(SI_HERE, pat_table, keep);
+}
+
+std::uint32_t Si_SectFlt_StartCat(void)
+{
+    return start_table<task_item_plain>(SI_HERE, cat_table, keep);
+}
+
+std::uint32_t Si_SectFlt_StartSdtBat(void)
+{
+    return start_table<task_item_plain>(SI_HERE, sdt_bat_table, keep);
+}
+
+std::uint32_t Si_SectFlt_StartTdtTot(void)
+{
+    return start_table<task_item_plain>(SI_HERE, tdt_tot_table, keep);
+}
+
+std::uint32_t Si_SectFlt_StartNit(std::uint32_t flag, std::uint32_t network_id)
+{
+    return start_table<task_item_nit>(SI_HERE, nit_table, [=](task_item_nit &item) {
+        item.flag = static_cast<std::uint8_t>(flag);
+        item.network_id = static_cast<std::uint16_t>(network_id);
+    });
+}
+
+std::uint32_t Si_SectFlt_UpdatePat(std::uint32_t version, std::uint32_t finished)
+{
+    return update_version(SI_HERE, pat_table, version, finished);
+}
+
+std::uint32_t Si_SectFlt_UpdateCat(std::uint32_t version, std::uint32_t finished)
+{
+    return update_version(SI_HERE, cat_table, version, finished);
+}
+
+std::uint32_t Si_SectFlt_UpdateSdtBat(std::uint32_t version, std::uint32_t finished)
+{
+    return update_version(SI_HERE, sdt_bat_table, version, finished);
+}
+
+std::uint32_t Si_SectFlt_UpdateNit(std::uint32_t network_id, std::uint32_t version,
+                                   std::uint32_t finished)
+{
+    return update_table<task_item_nit>(SI_HERE, nit_table, finished, [=](task_item_nit &item) {
+        item.network_id = static_cast<std::uint16_t>(network_id);
+        item.version = static_cast<std::uint8_t>(version);
+    });
+}
+
+std::uint32_t Si_SectFlt_StopPat(void)
+{
+    return stop_task(SI_HERE, pat_task);
+}
+
+std::uint32_t Si_SectFlt_StopCat(void)
+{
+    return stop_task(SI_HERE, cat_task);
+}
+
+std::uint32_t Si_SectFlt_StopNit(void)
+{
+    return stop_task(SI_HERE, nit_task);
+}
+
+std::uint32_t Si_SectFlt_StopSdtBat(void)
+{
+    return stop_task(SI_HERE, sdt_bat_task);
+}
+
+std::uint32_t Si_SectFlt_StopTdtTot(void)
+{
+    return stop_task(SI_HERE, tdt_tot_task);
+}
+
+std::uint32_t Si_SectFlt_StartPatFilterTask(pid_filter *record, void *item)
+{
+    return arm_plain(SI_HERE, pat_table, record, item);
+}
+
+std::uint32_t Si_SectFlt_StartCatFilterTask(pid_filter *record, void *item)
+{
+    return arm_plain(SI_HERE, cat_table, record, item);
+}
+
+std::uint32_t Si_SectFlt_StartSdtBatFilterTask(pid_filter *record, void *item)
+{
+    return arm_plain(SI_HERE, sdt_bat_table, record, item);
+}
+
+std::uint32_t Si_SectFlt_StartTdtTotFilterTask(pid_filter *record, void *item)
+{
+    return arm_plain(SI_HERE, tdt_tot_table, record, item);
+}
+
+// With the flag only the NIT of this network, whatever its id; else the NIT of one network, whether
+// it is called actual or other here.
+std::uint32_t Si_SectFlt_StartNitFilterTask(pid_filter *record, void *item)
+{
+    const std::uint32_t checked = check_arming(SI_HERE, record, item, Si_CtlHelper_IsNitEnabled());
+    if (checked != ORVA_SI_OK)
+        return checked;
+    pool.assume_held();
+    auto &nit = *static_cast<task_item_nit *>(item);
+    record->match_table_id = tid_nit_actual;
+    record->mask_table_id = nit.flag != 0 ? 0xFF : 0xFE;
+    record->table_id_ext = nit.flag != 0 ? std::uint16_t{SI_ANY_EXT} : nit.network_id;
+    record->version = nit.version;
+    return arm(*record, head_of(nit), single_delivery);
+}
