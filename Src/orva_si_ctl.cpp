@@ -189,21 +189,6 @@ void trace_change(site here, std::uint16_t pid, std::uint8_t table_id)
 
 using namespace si;
 
-uint32_t Orva_Init_Lib(void)
-{
-    return ORVA_SI_OK;
-}
-
-uint32_t Orva_Exit_Lib(void)
-{
-    return ORVA_SI_OK;
-}
-
-uint32_t Orva_Si_PrintMemSize(void)
-{
-    return ORVA_SI_OK;
-}
-
 uint32_t Orva_Si_Init(SiDmxSectHandler *handler_table)
 {
     if (init_count != 0) {
