@@ -126,7 +126,9 @@ void register_service(std::size_t row)
 
 } // namespace
 
-extern "C" {
+} // namespace si
+
+using namespace si;
 
 SiBgService *FindBGServiceByID(std::uint32_t id)
 {
@@ -209,7 +211,3 @@ std::uint32_t Si_BG_WaitAllServiceTerminate(void)
             return wait_until_idle(SI_HERE, service);
     return ORVA_SI_OK;
 }
-
-} // extern "C"
-
-} // namespace si

@@ -116,7 +116,9 @@ std::uint64_t list_changes(const si_list *list)
     return record_of(list).changes;
 }
 
-extern "C" {
+} // namespace si
+
+using namespace si;
 
 std::int32_t si_list_init(si_list **list)
 {
@@ -204,7 +206,3 @@ std::int32_t si_list_get_pos(si_list *list, const void *element)
             return position;
     return -1;
 }
-
-} // extern "C"
-
-} // namespace si

@@ -46,7 +46,9 @@ void *run_library_thread(void *start)
 
 } // namespace
 
-extern "C" {
+} // namespace si
+
+using namespace si;
 
 std::uint32_t Orva_InitMutex(pthread_mutex_t *mutex)
 {
@@ -160,7 +162,3 @@ std::uint32_t Orva_Sleep(std::uint32_t ms)
 {
     return static_cast<std::uint32_t>(usleep(ms * 1000));
 }
-
-} // extern "C"
-
-} // namespace si
