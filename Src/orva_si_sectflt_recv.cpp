@@ -413,9 +413,7 @@ std::uint32_t Si_SectFlt_ProcessModel(SiSection *node)
     }
     std::uint32_t result = ORVA_SI_FAILURE;
     if (is_current(SI_HERE, *node)) {
-        const std::uint16_t length = node->sect_len; // what the buffer was allocated for
         result = Si_Model_ProcessModel(node);
-        node->sect_len = length;
         SI_LOG(level::verbose, "process section ret = %#x\n", result);
     }
     Si_SectFlt_FlushSectionData(node);
