@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <array>
+#include <sstream>
+
+#include "dvb_text.h"
+
+namespace tool {
+namespace {
+
+constexpr char program_name[] = "orva-si";
+constexpr char exit_statuses[] =
+    "Exit status: 0 complete, 1 failure, 2 usage, 3 input missing or not a transport stream,\n"
+    "4 no sections, 5 partial (what was found is printed), 130 or 143 after SIGINT or SIGTERM.";
+
+// Inputs of a network, which have a form of their own and are never the name of a file.
+constexpr std::array<std::string_view, 2> network_schemes{"udp://", "rtp://"};
+
+std::string check_input(const std::string &input)
+{
+    for (const std::string_view scheme : network_schemes)
+        if (input.starts_with(scheme))
+            return std::string{scheme} + " input is not supported: give a file or -";
+    return input.empty() ? "INPUT: the name is empty" : "";
+}
+
+std::string check_charset(const std::string &name)
+{
+    return is_character_table(name) ? "" : "no character table of that name";
+}
+
+std::string check_seconds(const std::string &text)
+{
+    double seconds = 0;
+    if (!CLI::detail::lexical_cast(text, seconds) || !(seconds > 0 && seconds <= 1e6))
+        return "a number of seconds above 0 is expected, not " + text;
+    return "";
+}
+
+void add_options(CLI::App &app, options &chosen)
+{
+    app.add_option("INPUT", chosen.input, "Transport stream: a path, or - for standard input")
+        ->required()
+        ->check(CLI::Validator{check_input, ""});
+    app.add_flag("--json", chosen.json, "Print one JSON object, schema orva-si/1");
+    app.add_option("--for", chosen.seconds, "Stop after that time, with the results so far")
+        ->type_name("SECONDS")
+        ->check(CLI::Validator{check_seconds, ""});
+    app.add_option("--program", chosen.program, "Print only this program or service")
+        ->type_name("N")
+        ->check(CLI::Range(0, 0xFFFF).description(""));
+    app.add_option("--charset", chosen.charset,
+                   "Character table of text that names none (ISO-8859-9 ...) [ISO 6937]")
+        ->type_name("NAME")
+        ->check(CLI::Validator{check_charset, ""});
+    app.add_flag("--realtime", chosen.realtime, "Read at the speed of broadcast, by its PCR");
+    app.add_flag("-v,--verbose", chosen.verbose, "Say more");
+    app.add_flag("-q,--quiet", chosen.quiet, "Say nothing but errors");
+    app.add_option("--log-level", chosen.log_level, "Log of the library: 1 fatal ... 5 verbose [1]")
+        ->type_name("1..5")
+        ->check(CLI::Range(1, 5).description(""));
+}
+
+std::string usage_hint(const CLI::App *about)
+{
+    const std::string command = about != nullptr ? " " + about->get_name() : "";
+    return std::string{"Try '"} + program_name + command + " --help'.\n";
+}
+
+decision refusal(const std::string &why, const CLI::App *about)
+{
+    decision refused;
+    refused.status = exit_usage;
+    refused.error = program_name + (": " + one_line(why)) + "\n" + usage_hint(about);
+    return refused;
+}
+
+decision answer(std::string text)
+{
+    decision told;
+    told.output = std::move(text);
+    return told;
+}
+
+} // namespace
+
+decision decide(std::span<const command> commands, int argc, const char *const *argv)
+{
+    const auto is_known = [&](std::string_view name) {
+        return std::any_of(commands.begin(), commands.end(),
+                           [&](const command &known) { return name == known.name; });
+    };
+    if (argc > 1 && argv[1][0] != '-' && !is_known(argv[1]))
+        return refusal(std::string{"unknown command: "} + argv[1], nullptr);
+
+    decision made;
+    CLI::App app{"Service Information of a DVB multiplex", program_name};
+    const std::string version = std::string{program_name} + " " ORVA_VERSION;
+    app.set_version_flag("--version", version);
+    app.require_subcommand(0, 1);
+    for (const command &known : commands) {
+        CLI::App *sub = app.add_subcommand(known.name, known.summary);
+        sub->footer(exit_statuses);
+        sub->set_version_flag("--version", version);
+        add_options(*sub, made.chosen);
+        sub->callback([&made, &known] { made.run = &known; });
+    }
+    const auto parsed = [&]() -> const CLI::App * {
+        const auto subs = app.get_subcommands();
+        return subs.empty() ? nullptr : subs.front();
+    };
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp &) {
+        return answer(app.help());
+    } catch (const CLI::CallForVersion &wanted) {
+        return answer(std::string{wanted.what()} + "\n");
+    } catch (const CLI::ParseError &error) {
+        return refusal(error.what(), parsed());
+    }
+    if (made.run == nullptr)
+        return refusal("a command is required", nullptr);
+    if (made.chosen.verbose && made.chosen.quiet)
+        return refusal("--verbose and --quiet exclude each other", parsed());
+    return made;
+}
+
+std::string input_name(const std::string &input)
+{
+    return input == "-" ? "standard input" : one_line(input);
+}
+
+} // namespace tool

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// The command line of orva-si.
+#ifndef TOOLS_OPTIONS_H
+#define TOOLS_OPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tool {
+
+// What the tool's exit status tells; 128 and a signal's number after SIGINT and SIGTERM.
+enum exit_code {
+    exit_complete = 0,
+    exit_failure = 1,
+    exit_usage = 2,
+    exit_no_input = 3,    // missing, not readable, or not a transport stream
+    exit_no_sections = 4, // a transport stream without any section of the tables asked for
+    exit_partial = 5      // something stayed incomplete; what was found is printed
+};
+
+struct options {
+    std::string input;
+    std::string charset;                  // of text without a selector; empty: ISO 6937
+    std::optional<double> seconds;        // --for
+    std::optional<std::uint16_t> program; // --program
+    std::uint32_t log_level = 1;
+    bool json = false;
+    bool realtime = false;
+    bool verbose = false;
+    bool quiet = false;
+};
+
+struct command {
+    const char *name;
+    const char *summary;
+    int (*run)(const options &chosen);
+};
+
+// What to do with a command line: run a command, or print a text and leave.
+struct decision {
+    const command *run = nullptr;
+    options chosen;
+    std::string output; // for standard output: --help, --version
+    std::string error;  // for standard error: one line and the usage hint
+    int status = exit_complete;
+};
+
+decision decide(std::span<const command> commands, int argc, const char *const *argv);
+
+// Names an input for messages and results: "standard input" for "-".
+std::string input_name(const std::string &input);
+
+} // namespace tool
+
+#endif
