@@ -42,7 +42,7 @@ typedef enum OrvaDemuxError {
 
 /** How an input is read. Zero everything that is not wanted. */
 typedef struct OrvaDemuxOptions {
-    uint8_t realtime;         /**< 1: pace a file or pipe by its PCR instead of reading at full speed */
+    uint8_t realtime;         /**< 1: pace a file or pipe by its PCR instead of reading at full speed; without PCR no pace */
     uint32_t carousel_bytes;  /**< memory for the sections kept for filters that are armed late; 0: 256 MiB */
 } OrvaDemuxOptions;
 
@@ -66,8 +66,8 @@ typedef struct OrvaDemuxStatus {
     uint64_t sync_losses;        /**< times that synchronisation was lost */
     uint64_t transport_errors;   /**< packets dropped for transport_error_indicator */
     uint64_t scrambled;          /**< packets of section PIDs dropped for transport_scrambling_control */
-    uint64_t duplicates;         /**< packets dropped as legal duplicates */
-    uint64_t continuity_errors;  /**< jumps of continuity_counter */
+    uint64_t duplicates;         /**< packets of section PIDs dropped as legal duplicates */
+    uint64_t continuity_errors;  /**< jumps of continuity_counter on section PIDs */
     uint64_t sections;           /**< sections assembled with a right CRC_32, or without one */
     uint64_t crc_errors;         /**< sections dropped for their CRC_32 */
     uint64_t cut_sections;       /**< sections that lost packets, were cut by another or by the end */
@@ -86,14 +86,22 @@ typedef struct OrvaDemuxStatus {
  * @return the demultiplexer, to be closed with orva_demux_close; null on failure
  *
  * A regular file is probed here: one that is empty or not a transport stream is refused. A pipe is probed
- * while it is read: see OrvaDemuxStatus.
+ * while it is read: see OrvaDemuxStatus. Opening a named pipe waits for its writer.
  */
 ORVA_SI_API OrvaDemux *orva_demux_open(const char *input, const OrvaDemuxOptions *options, OrvaDemuxError *error);
 
 /**
  * The handler table for Orva_Si_Init. It is static and stays valid; its slots answer 1 while no demultiplexer
- * is open. Slots 2, 4 and 6 return when no callback under the filter's former setting runs any more; they must not be
- * called from inside a callback. The filter id 32 is never granted.
+ * is open, for another demux index than 0, and for an id or handle that was not granted.
+ *
+ * All slots may be called from any thread, also from inside a callback, with the caller's locks held: no lock of
+ * ours is held during callbacks. Callbacks come one at a time, on a thread of the demultiplexer. Slots 2, 4 and 6
+ * return when no callback under the filter's former setting runs any more (called from inside that callback they
+ * return at once); what was collected under it is dropped. Slot 6 starts the filter, slot 3 starts it with the
+ * setting that it was requested or loaded with. A setting takes effect a millisecond after that.
+ *
+ * Up to 256 filters are granted, never the id 32. A section or batch stays where it is until its buffer handle comes
+ * back through slot 1; a file is not read on while 1024 of them are out. Close takes back what is left.
  */
 ORVA_SI_API SiDmxSectHandler *orva_demux_handler(void);
 
@@ -112,7 +120,10 @@ ORVA_SI_API uint32_t orva_demux_get_eit_services(OrvaDemux *demux, SiEitRequest 
 /** Text of an error for people, without a line end. */
 ORVA_SI_API const char *orva_demux_error_text(OrvaDemuxError error);
 
-/** Stops reading and delivery, waits for a callback that is running, and frees everything. Null is ignored. */
+/**
+ * Stops reading and delivery, waits for a callback that is running, and frees everything, filters included. Null is
+ * ignored. Not to be called from inside a callback.
+ */
 ORVA_SI_API void orva_demux_close(OrvaDemux *demux);
 
 #ifdef __cplusplus

@@ -1,0 +1,243 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "orva_demux_carousel.h"
+
+#include <algorithm>
+#include <array>
+
+#include "orva_ts_sections.h"
+
+namespace si::demux {
+namespace {
+
+constexpr std::size_t section_overhead = 64; // of one kept section, its heap block included
+constexpr std::size_t table_overhead = 320;
+constexpr std::size_t long_header_bytes = 8;
+constexpr std::size_t eit_header_bytes = 14; // up to last_table_id
+constexpr std::size_t segment_last_byte = 12;
+constexpr std::size_t segment_sections = 8; // EN 300 468, 5.2.4
+
+constexpr std::uint8_t table_id_pat = 0x00;
+constexpr std::uint8_t table_id_nit_actual = 0x40;
+constexpr std::uint8_t table_id_sdt_actual = 0x42;
+constexpr std::uint8_t table_id_sdt_other = 0x46;
+
+constexpr bool is_eit(std::uint8_t table_id)
+{
+    return table_id >= 0x4E && table_id <= 0x6F;
+}
+constexpr bool is_schedule(std::uint8_t table_id)
+{
+    return table_id >= 0x50 && table_id <= 0x6F;
+}
+
+// A stream has one PAT, NIT actual and SDT actual. Two in turn, from before and after a change of
+// the stream, would tell the receiver of a change each time.
+constexpr bool is_single(std::uint8_t table_id)
+{
+    return table_id == table_id_pat || table_id == table_id_nit_actual ||
+           table_id == table_id_sdt_actual;
+}
+
+// What a receiver cannot do without is given up last: the tables of the multiplex and its programs.
+constexpr bool is_essential(std::uint8_t table_id)
+{
+    return table_id <= 0x02 || (table_id >= 0x40 && table_id <= 0x4E) || table_id == table_id_tdt ||
+           table_id == table_id_tot;
+}
+
+// The further ids that tell sub-tables apart; what is too short to have them has none.
+std::uint32_t networks_of(bytes section)
+{
+    if (is_eit(section[0]) && section.size() >= eit_header_bytes)
+        return be32(section.subspan(long_header_bytes).first<4>());
+    if ((section[0] == table_id_sdt_actual || section[0] == table_id_sdt_other) &&
+        section.size() > long_header_bytes + 2)
+        return be16(section.subspan(long_header_bytes).first<2>());
+    return 0;
+}
+
+// A short section is a table of one section and one version.
+version_id version_id_of(bytes section)
+{
+    if (!is_long_section(section))
+        return {};
+    return {be16(section.subspan(3).first<2>()), networks_of(section), version_of(section[5]),
+            section[7]};
+}
+
+sub_table_key key_of(std::uint16_t pid, bytes section, const version_id &id)
+{
+    const bool is_long = is_long_section(section);
+    const bool single = is_long && is_single(section[0]);
+    return {.pid = pid,
+            .table_id = section[0],
+            .is_long = is_long,
+            .current = !is_long || (section[5] & 1) != 0,
+            .extension = single ? std::uint16_t{0} : id.extension,
+            .networks = single ? 0 : id.networks};
+}
+
+// Of each segment of eight the sections up to its segment_last_section_number; the rest of a
+// segment is not sent.
+bool schedule_is_complete(const table_version &of)
+{
+    std::array<bool, 256> there{};
+    std::array<int, 256 / segment_sections> last_of_segment;
+    last_of_segment.fill(-1);
+    for (const kept_section &section : of.sections) {
+        there[section.section_number] = true;
+        last_of_segment[section.section_number / segment_sections] =
+            section.all()[segment_last_byte];
+    }
+    for (std::size_t segment = 0; segment <= of.id.last_section_number / segment_sections;
+         ++segment) {
+        const auto first = static_cast<int>(segment * segment_sections);
+        if (last_of_segment[segment] < first)
+            return false;
+        for (int number = first;
+             number <= std::min<int>(last_of_segment[segment], of.id.last_section_number); ++number)
+            if (!there[static_cast<std::size_t>(number)])
+                return false;
+    }
+    return true;
+}
+
+bool is_complete(const sub_table_key &key, const table_version &of)
+{
+    if (key.is_long && is_schedule(key.table_id))
+        return schedule_is_complete(of);
+    return of.sections.size() == std::size_t{of.id.last_section_number} + 1;
+}
+
+void forget(carousel &in, std::optional<table_version> &version)
+{
+    if (version)
+        for (const kept_section &section : version->sections)
+            in.used -= section.size + section_overhead;
+    version.reset();
+}
+
+void fill(kept_section &kept, bytes section)
+{
+    kept.size = static_cast<std::uint16_t>(section.size());
+    kept.data = std::make_unique_for_overwrite<std::uint8_t[]>(section.size());
+    std::ranges::copy(section, kept.data.get());
+}
+
+// Puts a section into its version. A changed content takes the place of the former.
+std::uint64_t put(carousel &in, table_version &to, std::uint8_t section_number, bytes section)
+{
+    const auto at =
+        std::ranges::lower_bound(to.sections, section_number, {}, &kept_section::section_number);
+    if (at == to.sections.end() || at->section_number != section_number) {
+        kept_section kept{
+            .content = ++in.contents, .section_number = section_number, .size = 0, .data = nullptr};
+        fill(kept, section);
+        in.used += section.size() + section_overhead;
+        to.sections.insert(at, std::move(kept));
+        return in.contents;
+    }
+    if (!std::ranges::equal(at->all(), section)) {
+        in.used += section.size();
+        in.used -= at->size;
+        fill(*at, section);
+        at->content = ++in.contents;
+    }
+    return at->content;
+}
+
+// The version that a section belongs to: the complete one, the one being collected, or a new one in
+// its place.
+table_version &version_for(carousel &in, sub_table &of, const version_id &id)
+{
+    if (of.complete && of.complete->id == id)
+        return *of.complete;
+    if (!of.current || of.current->id != id) {
+        forget(in, of.current);
+        of.current.emplace(table_version{.id = id, .sections = {}});
+    }
+    return *of.current;
+}
+
+// A version that has become complete takes over.
+void settle(carousel &in, sub_table &of)
+{
+    if (!of.current || !is_complete(of.key, *of.current))
+        return;
+    forget(in, of.complete);
+    of.complete = std::move(of.current);
+    of.current.reset();
+}
+
+// Gives up an eighth of the memory at once, what was not seen for longest first.
+void make_room(carousel &in)
+{
+    std::vector<sub_table *> order;
+    order.reserve(in.tables.size());
+    for (auto &[key, table] : in.tables)
+        order.push_back(&table);
+    std::ranges::sort(order, {}, [](const sub_table *table) {
+        return std::pair{is_essential(table->key.table_id), table->last_seen};
+    });
+    for (sub_table *table : order) {
+        if (in.used <= in.limit - in.limit / 8)
+            return;
+        forget(in, table->complete);
+        forget(in, table->current);
+        in.used -= table_overhead;
+        bump(in.evicted);
+        const sub_table_key key = table->key;
+        in.tables.erase(key);
+    }
+}
+
+} // namespace
+
+std::size_t key_hash::operator()(const sub_table_key &key) const
+{
+    const std::uint64_t where = std::uint64_t{key.pid} << 32 | std::uint64_t{key.table_id} << 24 |
+                                std::uint64_t{key.is_long} << 17 |
+                                std::uint64_t{key.current} << 16 | key.extension;
+    std::uint64_t mixed = (where ^ std::uint64_t{key.networks} << 29) * 0x9E3779B97F4A7C15u;
+    mixed ^= mixed >> 32;
+    return static_cast<std::size_t>(mixed * 0xD6E8FEB86659FD93u >> 16);
+}
+
+std::uint64_t keep(carousel &in, std::uint16_t pid, bytes section)
+{
+    const version_id id = version_id_of(section);
+    const std::uint8_t section_number = is_long_section(section) ? section[6] : std::uint8_t{0};
+    const bool schedule = is_long_section(section) && is_schedule(section[0]);
+    if (section_number > id.last_section_number || (schedule && section.size() < eit_header_bytes))
+        return 0;
+    if (in.used + section.size() + section_overhead + table_overhead > in.limit)
+        make_room(in);
+    const auto [entry, added] = in.tables.try_emplace(key_of(pid, section, id));
+    sub_table &table = entry->second;
+    table.last_seen = ++in.seen;
+    if (added) {
+        table.key = entry->first;
+        table.first_seen = in.seen;
+        in.used += table_overhead;
+    }
+    const std::uint64_t content = put(in, version_for(in, table, id), section_number, section);
+    settle(in, table);
+    return content;
+}
+
+void close_carousel(carousel &of)
+{
+    for (auto &[key, table] : of.tables)
+        of.by_pid[key.pid].push_back(&table);
+    for (auto &[pid, list] : of.by_pid)
+        std::ranges::sort(list, {}, &sub_table::first_seen);
+}
+
+const std::vector<sub_table *> &tables_of(const carousel &of, std::uint16_t pid)
+{
+    static const std::vector<sub_table *> none;
+    const auto found = of.by_pid.find(pid);
+    return found == of.by_pid.end() ? none : found->second;
+}
+
+} // namespace si::demux

@@ -1,0 +1,154 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// Section filters and the delivery to their callbacks. One thread delivers; filters are armed from
+// any. No lock is held while a callback runs, nor while room is waited for.
+#ifndef DEMUX_ORVA_DEMUX_DELIVERY_H
+#define DEMUX_ORVA_DEMUX_DELIVERY_H
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "orva_demux_carousel.h"
+#include "orva_demux_input.h"
+#include "orva_si/filter.h"
+#include "orva_ts_sections.h"
+
+namespace si::demux {
+
+inline constexpr std::uint32_t filter_ids = 257; // 0 to 256 without SI_NO_FILTER: 256 filters
+inline constexpr std::uint32_t room = 64; // sections that may be pending before one more is taken
+inline constexpr std::uint32_t congestion = 100; // from so many on the receiver drops
+inline constexpr std::size_t most_lent =
+    1024; // buffers that are with the receiver: no room with more
+inline constexpr std::chrono::milliseconds effect_delay{1};
+inline constexpr std::chrono::milliseconds batch_patience{100};
+inline constexpr std::chrono::milliseconds reload_distance{
+    20}; // of two carousel runs, when a filter is loaded again
+inline constexpr std::chrono::seconds carousel_period{1};
+
+// What a callback is shown: one section, or the sections of a batch one behind the other.
+struct delivery_buffer {
+    std::vector<std::uint8_t> data;
+    std::vector<std::uint32_t> sizes;
+    std::vector<SiDmxSection> list;
+};
+
+// The way of a filter through the carousel: every sub-table of its PID, of each every section.
+struct carousel_run {
+    bool active = false;
+    bool completed = false;       // once at least since the filter was loaded
+    steady::time_point start;     // of the next run
+    steady::time_point started{}; // of the last one, under whatever setting
+    std::size_t table = 0;        // position among the sub-tables of the PID
+    std::size_t first = 0;        // section at which this sub-table was begun
+    std::size_t visited = 0;      // sections of it so far
+};
+
+struct section_filter {
+    bool used = false;
+    bool enabled = false;
+    SiDmxFilterParam setting{};
+    steady::time_point effective;
+    std::unique_ptr<delivery_buffer> batch; // sections that wait for more
+    steady::time_point batch_due;
+    std::unordered_set<std::uint64_t>
+        given; // contents given under this setting that may still be queued
+    std::uint64_t given_epoch = 0;
+    std::unordered_set<std::uint64_t> times; // contents of TDT and TOT given under this setting
+    carousel_run run;
+};
+
+// Everything is guarded by lock unless it says otherwise.
+struct delivery {
+    std::mutex lock;
+    std::condition_variable
+        work; // for the delivering thread: filters have changed, or it is to stop
+    std::condition_variable idle; // for those who wait for a callback to end
+    bool open = false;
+    bool live = false;
+    std::atomic<bool> stopping = false;
+    std::thread::id thread; // the delivering one
+    std::array<section_filter, filter_ids> filters;
+    std::uint32_t used_ids = 0;                                // all ids in use are below
+    std::optional<std::uint32_t> running;                      // the filter whose callback runs
+    std::uint64_t callbacks = 0;                               // that have ended
+    std::array<std::atomic<std::uint16_t>, pid_total> armed{}; // enabled filters of each PID
+    std::unordered_map<SiWord, std::unique_ptr<delivery_buffer>> lent;
+    std::atomic<std::size_t> lent_count = 0;
+    std::vector<std::unique_ptr<delivery_buffer>> spare;
+    SiWord last_handle = 0;
+    std::uint64_t delivered = 0;
+    std::uint64_t congested = 0;
+    std::uint32_t pending = 0; // as last asked; delivering thread only
+    std::uint64_t epoch = 0;   // grows whenever nothing was pending; delivering thread only
+};
+
+// The one delivery of the process: the handlers carry no context.
+delivery &the_delivery();
+
+// ---- Any thread.
+
+// False when it is open already.
+bool open_delivery(bool live);
+// Ends every wait of the delivering thread.
+void stop_delivery();
+// Frees all filters and buffers, when the delivering thread has ended.
+void close_delivery();
+
+struct delivery_counts {
+    std::uint64_t delivered;
+    std::uint64_t congested;
+    bool idle; // every enabled filter was given once all that the carousel has for it
+};
+delivery_counts count_deliveries();
+
+extern SiDmxSectHandler handler_table;
+
+// ---- Delivering thread.
+
+inline bool stopped()
+{
+    return the_delivery().stopping.load(std::memory_order_relaxed);
+}
+// Waits until a setting has taken effect. False: stopped.
+bool wait_for_setting();
+// Waits until a point in time while batches go out. False: stopped.
+bool wait_until(steady::time_point until);
+// Waits until the receiver has room. False: stopped.
+bool wait_for_room();
+
+// Gives a section to every filter that it passes. content: see keep.
+void offer(std::uint16_t pid, bytes section, std::uint64_t content);
+// Batches that are due go out; all: every batch.
+void flush_batches(bool all = false);
+// When the next batch is due; the far future when none is begun.
+steady::time_point next_batch_due();
+// Serves the filters from a closed carousel until stopped.
+void serve(carousel &from);
+
+// ---- Steps of the delivery; the lock is held. give and flush_batch release it while the callback
+// runs: what is known of any filter may be out of date behind them.
+
+using held_lock = std::unique_lock<std::mutex>;
+
+bool still_queued(section_filter &filter, std::uint64_t content);
+// Whether the section completed a batch.
+bool give(held_lock &held, std::uint32_t id, bytes section, std::uint64_t content);
+void flush_batch(held_lock &held, std::uint32_t id);
+// A filter whose batch is due; all: any batch.
+std::optional<std::uint32_t> due_batch(const delivery &of, steady::time_point now, bool all);
+
+bool is_armed(const section_filter &filter);
+
+} // namespace si::demux
+
+#endif

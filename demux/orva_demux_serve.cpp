@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// Service from the carousel: every loaded filter gets all that it matches once, then again every
+// second; the filters take turns, a section each.
+#include <algorithm>
+
+#include "orva_demux_delivery.h"
+#include "orva_demux_filter.h"
+
+namespace si::demux {
+namespace {
+
+// Sub-tables looked at before others get at the lock.
+constexpr unsigned look_budget = 4096;
+
+bool could_pass(const SiDmxFilterParam &setting, const sub_table &table)
+{
+    if (!table.key.is_long)
+        return may_pass(setting, table.key.table_id);
+    return may_pass(setting, table.key.table_id, table.served().id.extension);
+}
+
+// Goes on where this sub-table was left by whoever read it last: a filter may leave after each
+// first section.
+void enter(carousel_run &run, const sub_table &table)
+{
+    const std::vector<kept_section> &sections = table.served().sections;
+    const auto next =
+        std::ranges::lower_bound(sections, table.cursor, {}, &kept_section::section_number);
+    run.first = static_cast<std::size_t>(next - sections.begin()) % sections.size();
+}
+
+// The next section of the sub-table at which a run stands.
+const kept_section *next_section(section_filter &filter, sub_table &table)
+{
+    carousel_run &run = filter.run;
+    if (run.visited == 0)
+        enter(run, table);
+    const std::vector<kept_section> &sections = table.served().sections;
+    while (run.visited < sections.size()) {
+        const kept_section &section = sections[(run.first + run.visited++) % sections.size()];
+        if (!passes(filter.setting, section.all()) || still_queued(filter, section.content) ||
+            filter.times.contains(section.content))
+            continue;
+        table.cursor = static_cast<std::uint16_t>(section.section_number + 1);
+        return &section;
+    }
+    return nullptr;
+}
+
+// The next section that a run has for its filter; null when there is none, or none within the
+// budget.
+const kept_section *advance(section_filter &filter, const carousel &from)
+{
+    carousel_run &run = filter.run;
+    const std::vector<sub_table *> &tables = tables_of(from, filter.setting.pid);
+    for (unsigned budget = look_budget; budget != 0 && run.table < tables.size(); --budget) {
+        if (could_pass(filter.setting, *tables[run.table]))
+            if (const kept_section *section = next_section(filter, *tables[run.table]))
+                return section;
+        ++run.table;
+        run.visited = 0;
+    }
+    return nullptr;
+}
+
+bool is_due(const section_filter &filter, steady::time_point now)
+{
+    return is_armed(filter) && (filter.run.active || filter.run.start <= now);
+}
+
+void begin_run(carousel_run &run, steady::time_point now)
+{
+    run.active = true;
+    run.started = now;
+    run.table = 0;
+    run.visited = 0;
+}
+
+void end_run(held_lock &held, std::uint32_t id, steady::time_point now)
+{
+    section_filter &filter = the_delivery().filters[id];
+    filter.run.active = false;
+    filter.run.completed = true;
+    filter.run.start = now + carousel_period;
+    if (filter.batch != nullptr)
+        flush_batch(held, id);
+}
+
+// One step for the first filter that is due, beginning with a given one; answers which, or none.
+std::optional<std::uint32_t> serve_one(held_lock &held, const carousel &from, std::uint32_t first,
+                                       steady::time_point now)
+{
+    delivery &state = the_delivery();
+    for (std::uint32_t i = 0; i < state.used_ids; ++i) {
+        const std::uint32_t id = (first + i) % state.used_ids;
+        section_filter &filter = state.filters[id];
+        if (!is_due(filter, now))
+            continue;
+        if (!filter.run.active)
+            begin_run(filter.run, now);
+        if (const kept_section *section = advance(filter, from))
+            give(held, id, section->all(), section->content);
+        else if (filter.run.table >= tables_of(from, filter.setting.pid).size())
+            end_run(held, id, now);
+        return id;
+    }
+    return std::nullopt;
+}
+
+// When something is to be done again unless a filter changes.
+steady::time_point next_due(const delivery &of)
+{
+    steady::time_point next = steady::time_point::max();
+    for (std::uint32_t id = 0; id < of.used_ids; ++id) {
+        const section_filter &filter = of.filters[id];
+        if (is_armed(filter))
+            next = std::min(next, filter.run.start);
+        if (filter.batch != nullptr)
+            next = std::min(next, filter.batch_due);
+    }
+    return next;
+}
+
+} // namespace
+
+void serve(carousel &from)
+{
+    delivery &state = the_delivery();
+    std::uint32_t turn = 0;
+    while (wait_for_room()) {
+        held_lock held{state.lock};
+        const steady::time_point now = steady::now();
+        if (const auto id = due_batch(state, now, false)) {
+            flush_batch(held, *id);
+            continue;
+        }
+        if (const auto id = serve_one(held, from, turn, now)) {
+            turn = *id + 1;
+            continue;
+        }
+        if (stopped())
+            return;
+        const steady::time_point next = next_due(state);
+        if (next == steady::time_point::max())
+            state.work.wait(held);
+        else
+            state.work.wait_until(held, next);
+    }
+}
+
+} // namespace si::demux
