@@ -11,14 +11,15 @@
 
 namespace tool {
 
-// What the tool's exit status tells; 128 and a signal's number after SIGINT and SIGTERM.
+// What the exit status of the tool tells.
 enum exit_code {
     exit_complete = 0,
     exit_failure = 1,
     exit_usage = 2,
     exit_no_input = 3,    // missing, not readable, or not a transport stream
     exit_no_sections = 4, // a transport stream without any section of the tables asked for
-    exit_partial = 5      // something stayed incomplete; what was found is printed
+    exit_partial = 5,     // something stayed incomplete; what was found is printed
+    exit_by_signal = 128  // and the number of the signal
 };
 
 struct options {

@@ -87,9 +87,9 @@ std::string eit_flags(const service &of)
 {
     std::vector<std::string> flags;
     if (of.eit_present_following.value_or(0) != 0)
-        flags.emplace_back("now");
+        flags.emplace_back("p/f");
     if (of.eit_schedule.value_or(0) != 0)
-        flags.emplace_back("week");
+        flags.emplace_back("sched");
     return flags.empty() ? "-" : joined(flags, "+");
 }
 

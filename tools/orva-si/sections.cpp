@@ -8,6 +8,7 @@
 #include "dvb_text.h"
 #include "orva_si.h"
 #include "orva_si_bytes.h"
+#include "store_walk.h"
 
 namespace tool {
 namespace {
@@ -16,23 +17,6 @@ using si::byte_reader;
 
 constexpr std::size_t long_header = 8; // table_id to last_section_number
 constexpr std::size_t longest = 4096;
-
-class store_lock {
-public:
-    store_lock() { Orva_MutexP(&Ts_Ctl_Mutex); }
-    ~store_lock() { Orva_MutexV(&Ts_Ctl_Mutex); }
-    store_lock(const store_lock &) = delete;
-    store_lock &operator=(const store_lock &) = delete;
-};
-
-// The elements of a list of the store; the lock is held while they are walked.
-template <class Element, class Visit>
-void each_element(si_list *list, Visit visit)
-{
-    for (std::int32_t position = 0; si_list_eol(list, position) == 0; ++position)
-        if (auto *element = static_cast<Element *>(si_list_get(list, position)))
-            visit(*element);
-}
 
 struct descriptor {
     std::uint8_t tag;

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// orva-si: what a DVB multiplex says about itself.
+#include <exception>
+
+#include <cstdio>
+
+#include "options.h"
+#include "scan.h"
+#include "terminal.h"
+
+namespace {
+
+constexpr tool::command commands[] = {
+    {"scan", "Scan a multiplex: networks, services, programs and bouquets", tool::run_scan},
+};
+
+int run(int argc, char **argv)
+{
+    tool::handle_signals();
+    const tool::decision made = tool::decide(commands, argc, argv);
+    if (made.run != nullptr)
+        return made.run->run(made.chosen);
+    std::fputs(made.error.c_str(), stderr);
+    return tool::print(made.output) ? made.status : tool::exit_failure;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception &error) {
+        tool::complain(error.what());
+        return tool::exit_failure;
+    }
+}

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "session.h"
+
+#include <cerrno>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "orva_si.h"
+#include "terminal.h"
+
+namespace tool {
+namespace {
+
+using namespace std::chrono_literals;
+
+// The library tells a scan nothing; without a callback it would complain about that.
+std::uint32_t no_news(std::uint32_t, std::uint32_t, SiWord, std::uint32_t)
+{
+    return 0;
+}
+
+// The library's thread creates the store a moment after the start.
+bool wait_for_store()
+{
+    constexpr auto longest_wait = 5s;
+    const auto end = std::chrono::steady_clock::now() + longest_wait;
+    while (Orva_Si_GetTableList() == nullptr) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+} // namespace
+
+session::~session()
+{
+    if (initialised)
+        Orva_Si_DeInit();
+    orva_demux_close(demux);
+}
+
+std::optional<int> session::open(const options &chosen)
+{
+    if (chosen.input == "-" && isatty(STDIN_FILENO) != 0) {
+        complain("standard input is a terminal: give a file or a pipe");
+        return exit_no_input;
+    }
+    OrvaDemuxOptions how = {};
+    how.realtime = chosen.realtime ? 1 : 0;
+    OrvaDemuxError error = ORVA_DEMUX_OK;
+    errno = 0;
+    demux = orva_demux_open(chosen.input.c_str(), &how, &error);
+    const int system_error = errno;
+    if (received_signal() != 0)
+        return exit_by_signal + received_signal();
+    if (demux == nullptr) {
+        complain(input_error_text(chosen.input, error, system_error));
+        return input_error_status(error);
+    }
+    __orva_debug_min = chosen.log_level;
+    initialised = Orva_Si_Init(orva_demux_handler()) == ORVA_SI_OK;
+    if (received_signal() != 0)
+        return exit_by_signal + received_signal();
+    if (!initialised || !wait_for_store()) {
+        complain("the library does not start");
+        return exit_failure;
+    }
+    Orva_Si_InstallCallback(no_news);
+    return std::nullopt;
+}
+
+OrvaDemuxStatus session::status() const
+{
+    OrvaDemuxStatus status = {};
+    orva_demux_get_status(demux, &status);
+    return status;
+}
+
+std::string input_error_text(const std::string &input, OrvaDemuxError error, int system_error)
+{
+    const bool system_knows = error == ORVA_DEMUX_NO_INPUT && system_error != 0;
+    return input_name(input) + ": " +
+           (system_knows ? std::strerror(system_error) : orva_demux_error_text(error));
+}
+
+int input_error_status(OrvaDemuxError error)
+{
+    switch (error) {
+    case ORVA_DEMUX_NO_INPUT:
+    case ORVA_DEMUX_EMPTY:
+    case ORVA_DEMUX_NOT_TS:
+        return exit_no_input;
+    case ORVA_DEMUX_BAD_INPUT:
+        return exit_usage;
+    default:
+        return exit_failure;
+    }
+}
+
+} // namespace tool

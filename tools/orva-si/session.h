@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// An open input with the library running on it.
+#ifndef TOOLS_SESSION_H
+#define TOOLS_SESSION_H
+
+#include <optional>
+#include <string>
+
+#include "options.h"
+#include "orva_demux.h"
+
+namespace tool {
+
+class session {
+public:
+    session() = default;
+    ~session();
+    session(const session &) = delete;
+    session &operator=(const session &) = delete;
+
+    // Opens the input and starts the library; returns when the library can take sections. The exit
+    // status when that fails, with the reason said on standard error.
+    std::optional<int> open(const options &chosen);
+
+    OrvaDemuxStatus status() const;
+
+private:
+    OrvaDemux *demux = nullptr;
+    bool initialised = false;
+};
+
+// What an error of the input says to people, and the exit status that it leads to.
+std::string input_error_text(const std::string &input, OrvaDemuxError error, int system_error);
+int input_error_status(OrvaDemuxError error);
+
+} // namespace tool
+
+#endif
