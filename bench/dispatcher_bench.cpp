@@ -83,7 +83,8 @@ bool holds(benchmark::State &state, std::size_t count)
     return false;
 }
 
-void repeated_section(benchmark::State &state)
+// Repeats of all tables, the next one a stride further on.
+void repeats(benchmark::State &state, std::size_t stride)
 {
     const auto count = static_cast<std::size_t>(state.range(0));
     std::vector<table> tables = make_tables(count, 1);
@@ -93,10 +94,22 @@ void repeated_section(benchmark::State &state)
     std::size_t next = 0;
     for (auto _ : state) {
         benchmark::DoNotOptimize(deliver(tables[next]));
-        // 17 is prime to every size measured: all tables are met, in no order of their creation
-        next = (next + 17) % count;
+        next = (next + stride) % count;
     }
     state.SetItemsProcessed(state.iterations());
+}
+
+// In the order in which they came first, as a broadcaster's carousel repeats them.
+void repeated_section(benchmark::State &state)
+{
+    repeats(state, 1);
+}
+
+// In no such order: the same work, with what the processor's caches add to it. 17 is prime to every
+// size.
+void repeated_section_scattered(benchmark::State &state)
+{
+    repeats(state, 17);
 }
 
 void new_version(benchmark::State &state)
@@ -152,6 +165,7 @@ void sizes(benchmark::internal::Benchmark *bench)
 }
 
 BENCHMARK(repeated_section)->Apply(sizes);
+BENCHMARK(repeated_section_scattered)->Apply(sizes);
 BENCHMARK(new_version)->Apply(sizes);
 // A fixed number: making room again costs far more than what is measured.
 BENCHMARK(fresh_section)->Apply(sizes)->UseManualTime()->Iterations(2000);
