@@ -15,6 +15,9 @@ file(CONFIGURE OUTPUT readme_client.c CONTENT "${text}" @ONLY)
 add_executable(readme_client ${CMAKE_CURRENT_BINARY_DIR}/readme_client.c)
 target_compile_options(readme_client PRIVATE -Wall -Wextra -Wpedantic -Werror)
 target_link_libraries(readme_client PRIVATE OrvaSi::si OrvaSi::demux OrvaSi::platform)
+if(ORVA_SANITIZE)
+    set_target_properties(readme_client PROPERTIES LINKER_LANGUAGE CXX)
+endif()
 
 add_test(NAME examples.list_services.missing_file COMMAND list_services ${CMAKE_CURRENT_SOURCE_DIR}/no-such.ts)
 set_tests_properties(examples.list_services.missing_file PROPERTIES
