@@ -7,7 +7,8 @@
 
 enum { SERVICES = 1024 };
 
-/* Texts are still in their broadcast character table (EN 300 468 annex A): what is not ASCII is shown as '?'. */
+/* Texts are still in their broadcast character table (EN 300 468 annex A): what is not ASCII is
+ * shown as '?'. */
 static void print_text(const SiDvbString *text)
 {
     for (unsigned i = 0; i < text->length; ++i)
