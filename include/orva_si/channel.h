@@ -24,12 +24,13 @@ typedef struct SiTuneParam {
 
 /** How the next scan works. Cleared at the end of each scan. */
 typedef struct SiScanParam {
-    uint16_t wait_time;    /**< extra settling time once the NIT was met, in units of about 1 ms; in
-                              network mode the    completion time instead, in units of about 5 ms */
+    /** Extra settling time once the NIT was met, in units of about 1 ms; in network mode the completion
+     *  time instead, in units of about 5 ms. */
+    uint16_t wait_time;
     uint16_t network_id;   /**< the network whose NIT is filtered in network mode */
     uint32_t network_mode; /**< not 0: only the NIT is filtered */
-    uint8_t nit_selector;  /**< not 0: NIT actual of any network; 0: NIT actual and other, of
-                              network_id in network  mode */
+    /** Not 0: NIT actual of any network; 0: NIT actual and other, of network_id in network mode. */
+    uint8_t nit_selector;
 } SiScanParam;
 
 /** A service whose events are asked for. 0xFFFF in a member stands for any. */

@@ -27,7 +27,7 @@ run(${CMAKE_COMMAND} --build ${work}/package)
 check_client(${work}/package/list_services)
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${libdir}/pkgconfig)
-execute_process(COMMAND ${pkgconfig} --define-variable=prefix=${prefix} --cflags --libs orva_si orva_demux orva_platform
+execute_process(COMMAND ${pkgconfig} --cflags --libs orva_si orva_demux orva_platform
     RESULT_VARIABLE result OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE)
 if(NOT result EQUAL 0)
     message(FATAL_ERROR "pkg-config: ${result}")
