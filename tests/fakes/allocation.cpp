@@ -11,6 +11,7 @@ namespace {
 
 std::atomic<unsigned> countdown{0};
 std::atomic<bool> keep_failing{false};
+std::atomic<std::size_t> succeeded{0};
 
 // Whether this allocation is to fail.
 bool strikes()
@@ -39,11 +40,19 @@ void fail_allocations_from(unsigned n)
     countdown = n;
 }
 
+std::size_t allocations()
+{
+    return succeeded;
+}
+
 } // namespace fake
 
 extern "C" void *__real_g_slice_alloc(gsize size);
 
 extern "C" void *__wrap_g_slice_alloc(gsize size)
 {
-    return fake::strikes() ? nullptr : __real_g_slice_alloc(size);
+    if (fake::strikes())
+        return nullptr;
+    ++fake::succeeded;
+    return __real_g_slice_alloc(size);
 }

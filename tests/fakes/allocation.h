@@ -3,12 +3,16 @@
 #ifndef TESTS_FAKES_ALLOCATION_H
 #define TESTS_FAKES_ALLOCATION_H
 
+#include <cstddef>
+
 namespace fake {
 
 // The n-th allocation from now on (1 is the next) answers null, later ones succeed; 0: none fails.
 void fail_allocation(unsigned n);
 // Every allocation from the n-th on answers null; 0: none fails.
 void fail_allocations_from(unsigned n);
+// How many have succeeded so far.
+std::size_t allocations();
 
 } // namespace fake
 

@@ -22,6 +22,7 @@ namespace fake {
 namespace {
 
 std::mutex log_mutex;
+std::mutex timer_mutex; // the library's calls only; tests look while nothing else runs
 std::vector<log_line> &lines()
 {
     static std::vector<log_line> kept;
@@ -110,6 +111,7 @@ void orva_debug_dump(OrvaDebugCategory *, uint32_t, const char *, const char *, 
 
 int32_t Orva_Util_Timer_Init(const char *name)
 {
+    const std::lock_guard lock{fake::timer_mutex};
     fake::timers().inits.emplace_back(name);
     return fake::timers().init_result;
 }
@@ -117,6 +119,7 @@ int32_t Orva_Util_Timer_Init(const char *name)
 uint32_t Orva_Util_Timer_Add(int32_t, const char *name, uint32_t (*function)(SiWord), SiWord user,
                              uint32_t interval_ms, uint32_t repeat)
 {
+    const std::lock_guard lock{fake::timer_mutex};
     auto &timers = fake::timers().timers;
     timers.push_back({name, function, user, interval_ms, repeat});
     return static_cast<uint32_t>(timers.size() - 1);
@@ -124,24 +127,28 @@ uint32_t Orva_Util_Timer_Add(int32_t, const char *name, uint32_t (*function)(SiW
 
 uint32_t Orva_Util_Timer_Pause(int32_t, uint32_t timer_id, uint32_t pause)
 {
+    const std::lock_guard lock{fake::timer_mutex};
     fake::timers().timers.at(timer_id).paused = pause != 0;
     return 0;
 }
 
 uint32_t Orva_Util_Timer_PauseAll(int32_t, uint32_t pause)
 {
+    const std::lock_guard lock{fake::timer_mutex};
     fake::timers().all_paused = pause != 0;
     return 0;
 }
 
 uint32_t Orva_Util_Timer_Trigger(int32_t, uint32_t timer_id)
 {
+    const std::lock_guard lock{fake::timer_mutex};
     ++fake::timers().timers.at(timer_id).triggered;
     return 0;
 }
 
 uint32_t Orva_Util_Timer_UpdateInterval(int32_t, uint32_t timer_id, uint32_t interval_ms)
 {
+    const std::lock_guard lock{fake::timer_mutex};
     fake::timers().timers.at(timer_id).interval_ms = interval_ms;
     return 0;
 }
@@ -154,7 +161,10 @@ uint32_t Orva_Util_Timer_GetRunningState(int32_t, uint32_t timer_id, uint32_t *r
 
 uint32_t Orva_Util_Delay(uint32_t ms)
 {
-    fake::timers().delays.push_back(ms);
+    {
+        const std::lock_guard lock{fake::timer_mutex};
+        fake::timers().delays.push_back(ms);
+    }
     if (fake::timers().real_delay)
         usleep(ms * 1000);
     return 0;

@@ -12,6 +12,7 @@
 #include <functional>
 #include <iterator>
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
 #include <utility>
@@ -35,6 +36,7 @@ using texts = std::vector<std::string>;
 
 // ---- What was called, oldest first, and what is answered.
 
+inline std::mutex note_mutex; // a cancel may come from another thread
 inline texts calls;
 inline std::set<std::string> under_lock; // functions that were called with Ts_Ctl_Mutex held
 inline std::map<std::string, std::uint32_t> answers; // by function; 0 where nothing stands
@@ -63,6 +65,7 @@ std::uint32_t note(const std::string &function, const Args &...args)
     ((line += shown(args) + ", "), ...);
     if (sizeof...(args) != 0)
         line.resize(line.size() - 2);
+    const std::lock_guard lock{note_mutex};
     calls.push_back(line + ")");
     if (ctl_is_locked())
         under_lock.insert(function);

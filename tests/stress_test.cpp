@@ -1,0 +1,639 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// All kinds of thread at once against a broadcast of valid, damaged and hostile sections: two
+// drivers, a controlling client, a client that asks and cancels, the background services, and the
+// client's callback. ORVA_STRESS_SECONDS says for how long (3); what is found in the end is that
+// nobody is stuck, every buffer came back once and all memory was given up. Sanitizers watch.
+#include <glib.h>
+#include <gtest/gtest.h>
+#include <random>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "fakes/allocation.h"
+#include "fakes/driver.h"
+#include "fakes/platform.h"
+#include "orva_si.h"
+#include "support/sections.h"
+
+using namespace test;
+using namespace std::chrono_literals;
+
+namespace {
+
+std::atomic<std::size_t> frees{0};
+
+} // namespace
+
+extern "C" {
+
+void __real_g_slice_free1(gsize size, gpointer memory);
+void __wrap_g_slice_free1(gsize size, gpointer memory)
+{
+    frees += memory != nullptr ? 1 : 0;
+    __real_g_slice_free1(size, memory);
+}
+
+} // extern "C"
+
+namespace {
+
+std::chrono::seconds duration()
+{
+    const char *set = std::getenv("ORVA_STRESS_SECONDS");
+    return std::chrono::seconds{set != nullptr ? std::atoi(set) : 3};
+}
+
+class dice {
+public:
+    explicit dice(unsigned seed) : engine{seed} {}
+    std::uint32_t below(std::uint32_t n) { return static_cast<std::uint32_t>(engine() % n); }
+    bool one_in(std::uint32_t n) { return below(n) == 0; }
+    std::uint8_t byte() { return static_cast<std::uint8_t>(below(0x100)); }
+    // A few ids, so that they meet again.
+    std::uint16_t id(std::uint32_t n) { return static_cast<std::uint16_t>(1 + below(n)); }
+
+private:
+    std::mt19937 engine;
+};
+
+std::atomic<bool> over{false};
+std::atomic<bool> calm{false};     // the broadcast pauses, so that a start finds the library idle
+std::atomic<bool> scanning{false}; // somebody is to cancel
+
+struct counters {
+    std::atomic<std::size_t> sections, batches, starts, scans, notifications, answers;
+} counted;
+
+// ---- The broadcast
+
+constexpr std::uint32_t programs = 5;
+constexpr std::uint16_t first_pmt_pid = 0x100;
+constexpr std::uint16_t dsmcc_pid = 0x600;
+
+struct transmission {
+    std::uint16_t pid;
+    octets section;
+};
+
+octets random_pat(dice &d)
+{
+    pat table{.ts = d.id(2), .version = static_cast<std::uint8_t>(d.below(4))};
+    table.programs.push_back({0, 0x10});
+    for (std::uint16_t i = 0; i < programs; ++i)
+        if (!d.one_in(8))
+            table.programs.push_back(
+                {static_cast<std::uint16_t>(i + 1), static_cast<std::uint16_t>(first_pmt_pid + i)});
+    return make(table);
+}
+
+octets random_sdt(dice &d)
+{
+    sdt table{.table_id = static_cast<std::uint8_t>(d.one_in(2) ? 0x42 : 0x46),
+              .ts = d.id(3),
+              .version = static_cast<std::uint8_t>(d.below(4)),
+              .section_number = static_cast<std::uint8_t>(d.below(2)),
+              .last_section_number = 1};
+    for (std::uint16_t i = 1; i <= programs; ++i)
+        table.services.push_back(
+            {.id = i, .descriptors = {service_descriptor(1, "Provider", "Service")}});
+    return make(table);
+}
+
+octets random_nit(dice &d)
+{
+    nit table{.table_id = static_cast<std::uint8_t>(d.one_in(2) ? 0x40 : 0x41),
+              .network = d.id(2),
+              .version = static_cast<std::uint8_t>(d.below(4)),
+              .descriptors = {network_name("Network")}};
+    for (std::uint16_t ts = 1; ts <= 3; ++ts)
+        table.transports.push_back({.ts = ts, .descriptors = {service_list({{1, 1}, {2, 1}})}});
+    return make(table);
+}
+
+octets random_bat(dice &d)
+{
+    return make(bat{.bouquet = d.id(4),
+                    .version = static_cast<std::uint8_t>(d.below(4)),
+                    .descriptors = {bouquet_name("Bouquet")},
+                    .transports = {{.ts = 1, .descriptors = {service_list({{1, 1}, {2, 1}})}}}});
+}
+
+octets random_eit(dice &d)
+{
+    constexpr std::array<std::uint8_t, 5> table_ids{0x4E, 0x4F, 0x50, 0x51, 0x60};
+    return make(eit{.table_id = table_ids[d.below(table_ids.size())],
+                    .service = d.id(programs),
+                    .ts = d.id(2),
+                    .version = static_cast<std::uint8_t>(d.below(4)),
+                    .section_number = static_cast<std::uint8_t>(d.below(2)),
+                    .last_section_number = 1,
+                    .events = {{.id = 1, .descriptors = {short_event("eng", "Name", "Text")}}}});
+}
+
+transmission random_pmt(dice &d)
+{
+    const std::uint16_t program = d.id(programs);
+    // Now and then on the PID of another program.
+    const auto pid = static_cast<std::uint16_t>(first_pmt_pid +
+                                                (d.one_in(10) ? d.below(programs) : program - 1u));
+    const auto version = static_cast<std::uint8_t>(d.below(4));
+    return {pid, make(pmt{.program = program,
+                          .version = version,
+                          .streams = {{0x02, 0x200}, {0x04, 0x201, {iso639("eng")}}}})};
+}
+
+transmission random_table(dice &d)
+{
+    const auto version = static_cast<std::uint8_t>(d.below(4));
+    switch (d.below(10)) {
+    case 0:
+        return {0x0000, random_pat(d)};
+    case 1:
+        return {0x0001, make(cat{.version = version, .descriptors = {ca(0x100, 0x500)}})};
+    case 2:
+        return {0x0010, random_nit(d)};
+    case 3:
+        return {0x0011, random_sdt(d)};
+    case 4:
+        return {0x0011, random_bat(d)};
+    case 5:
+        return {0x0012, random_eit(d)};
+    case 6:
+        return {0x0014,
+                d.one_in(2) ? make(tdt{.utc_bcd = 0x120000}) : make(tot{.utc_bcd = 0x120000})};
+    case 7:
+        return {static_cast<std::uint16_t>(dsmcc_pid + d.below(6)),
+                make(private_table{.table_id = static_cast<std::uint8_t>(0x38 + d.below(8)),
+                                   .extension = d.id(3),
+                                   .version = version,
+                                   .payload = octets(d.below(400))})};
+    default:
+        return random_pmt(d);
+    }
+}
+
+// Bytes, CRC_32 or lengths that are wrong, and pure noise.
+octets spoiled(dice &d, octets section)
+{
+    switch (d.below(5)) {
+    case 0:
+        return damage(std::move(section));
+    case 1:
+        section[d.below(static_cast<std::uint32_t>(section.size()))] = d.byte();
+        return d.one_in(2) ? fix_crc(section) : section;
+    case 2:
+        return set_length(std::move(section), d.below(0x1000));
+    case 3:
+        section.resize(1 + d.below(static_cast<std::uint32_t>(section.size())));
+        return section;
+    default:
+        octets noise(d.one_in(20) ? 4090 + d.below(20) : d.below(64));
+        for (std::uint8_t &byte : noise)
+            byte = d.byte();
+        return noise;
+    }
+}
+
+octets any_section(dice &d)
+{
+    octets section = random_table(d).section;
+    return d.one_in(3) ? spoiled(d, std::move(section)) : section;
+}
+
+// One that the library was granted, or one that nobody knows, or none.
+std::uint32_t any_filter(dice &d)
+{
+    if (d.one_in(30))
+        return d.one_in(2) ? SI_NO_FILTER : 0x10000 + d.below(200);
+    return fake::driver().filter_id(
+        d.below(static_cast<std::uint32_t>(fake::driver().filter_count())));
+}
+
+// Sizes and parts of a section that no driver should name.
+void twist(dice &d, SiDmxSection &section)
+{
+    switch (d.below(6)) {
+    case 0:
+        section.pPrimaraySectionData = nullptr;
+        break;
+    case 1:
+        section.PrimaraySectionSize = 0;
+        break;
+    case 2: // the sum of the sizes does not fit 32 bits
+        section.PrimaraySectionSize = 0xFFFFFFFF;
+        section.SecondarySectionSize = 5;
+        section.pSecondarySectionData = section.pPrimaraySectionData;
+        break;
+    case 3:
+        section.SecondarySectionSize = 16; // of nothing
+        break;
+    case 4:
+        section.PrimaraySectionSize = 0x80000000;
+        break;
+    default: // in two parts, which is right
+        if (section.PrimaraySectionSize < 2)
+            break;
+        section.SecondarySectionSize = section.PrimaraySectionSize / 2;
+        section.PrimaraySectionSize -= section.SecondarySectionSize;
+        section.pSecondarySectionData = section.pPrimaraySectionData + section.PrimaraySectionSize;
+    }
+}
+
+void deliver_single(dice &d)
+{
+    const octets bytes = any_section(d);
+    const SiWord handle = fake::driver().lend(bytes);
+    SiDmxSection section{fake::driver().bytes_of(handle), static_cast<std::uint32_t>(bytes.size()),
+                         nullptr, 0, handle};
+    if (d.one_in(6))
+        twist(d, section);
+    Si_SectFlt_PidFltCallback(fake::driver_demux, any_filter(d), 0, &section);
+    ++counted.sections;
+}
+
+void deliver_batch(dice &d)
+{
+    const std::uint32_t count = d.one_in(20) ? 200 : 1 + d.below(30);
+    std::vector<octets> sections;
+    octets all;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        sections.push_back(any_section(d));
+        all.insert(all.end(), sections.back().begin(), sections.back().end());
+    }
+    const SiWord handle = fake::driver().lend(all);
+    std::uint8_t *at = fake::driver().bytes_of(handle);
+    std::vector<SiDmxSection> listed;
+    for (const octets &section : sections) {
+        listed.push_back({at, static_cast<std::uint32_t>(section.size()), nullptr, 0, 0});
+        at += section.size();
+        if (d.one_in(20))
+            twist(d, listed.back());
+    }
+    SiDmxSectionList list{count, listed.data(), handle};
+    if (d.one_in(20))
+        list.section_count = d.one_in(2) ? 0 : 201 + d.below(0xFFFFFF00);
+    if (d.one_in(50))
+        list.section = nullptr;
+    Si_SectFlt_PidFltSecListCallback(fake::driver_demux, any_filter(d), 0, &list);
+    ++counted.batches;
+}
+
+// What every filter that lets it pass gets, as a demultiplexer would.
+void broadcast(dice &d)
+{
+    const transmission sent = random_table(d);
+    counted.sections += fake::driver().broadcast(sent.pid, sent.section);
+}
+
+void single_driver(dice &d)
+{
+    for (std::uint32_t left = d.below(60); left != 0; --left)
+        d.one_in(3) ? deliver_single(d) : broadcast(d);
+    if (d.one_in(50))
+        Si_SectFlt_PidFltCallback(fake::driver_demux, any_filter(d), 0, nullptr);
+    std::this_thread::sleep_for(calm ? 1000us : std::chrono::microseconds{d.below(500)});
+}
+
+void batch_driver(dice &d)
+{
+    for (std::uint32_t left = d.below(8); left != 0; --left)
+        d.one_in(2) ? deliver_batch(d) : broadcast(d);
+    if (d.one_in(50))
+        Si_SectFlt_PidFltSecListCallback(fake::driver_demux, any_filter(d), 0, nullptr);
+    std::this_thread::sleep_for(calm ? 1000us : std::chrono::microseconds{d.below(500)});
+}
+
+// ---- The controlling client
+
+void ask_for_events(dice &d)
+{
+    const std::vector<std::uint16_t> ids{1, 2, 3, 4, 5, 0xFFFF};
+    const std::uint32_t count = 1 + d.below(static_cast<std::uint32_t>(ids.size()));
+    const std::array<SiEitRequest, 3> others{{{1, 1, 1}, {2, 1, 2}, {0xFFFF, 0xFFFF, 0xFFFF}}};
+    switch (d.below(10)) {
+    case 0:
+        Orva_Si_StartActualPFEIT(0xFFFF, 0xFFFF, d.id(programs), ids.data(), count);
+        break;
+    case 1:
+        Orva_Si_StartCurrentPFEIT(0xFFFF, 0xFFFF, d.id(programs));
+        break;
+    case 2:
+        Orva_Si_StartActualScheduleEIT(0xFFFF, 0xFFFF, d.id(programs), ids.data(), count);
+        break;
+    case 3:
+        Orva_Si_StartOtherPFEIT(d.one_in(2) ? others.data() : nullptr, 1 + d.below(3));
+        break;
+    case 4:
+        Orva_Si_StartOtherSchedulEIT(d.one_in(2) ? others.data() : nullptr, 1 + d.below(3));
+        break;
+    case 5:
+        Orva_Si_StopActualPFEIT();
+        break;
+    case 6:
+        Orva_Si_StopOtherPFEIT();
+        break;
+    case 7:
+        Orva_Si_StopActualScheduleEIT();
+        break;
+    case 8:
+        Orva_Si_StopOtherScheduleEIT();
+        break;
+    default:
+        Orva_Si_StopAllEIT();
+    }
+}
+
+void use_channel(dice &d)
+{
+    switch (d.below(8)) {
+    case 0:
+        Orva_Si_StartDsmFilter(dsmcc_pid + d.below(6));
+        break;
+    case 1:
+        Orva_Si_StopDsmFilter(dsmcc_pid + d.below(6));
+        break;
+    case 2:
+        Orva_Si_LatchPmt(d.id(programs));
+        break;
+    case 3:
+        Orva_Si_UnLatchPmt(d.id(programs));
+        break;
+    case 4:
+        Si_SectFlt_UpdateNit(d.id(2), d.below(4), 1);
+        break;
+    case 5:
+        Si_SectFlt_UpdateSdtBat(d.below(4), 1);
+        break;
+    default:
+        ask_for_events(d);
+    }
+}
+
+void start_channel(dice &d)
+{
+    const SiTuneParam tune{d.below(4), 0, 0,
+                           d.one_in(4) ? std::uint16_t{SI_NO_PROGRAM} : d.id(programs)};
+    counted.starts += Orva_Si_StartChannel(&tune) == ORVA_SI_OK ? 1 : 0;
+}
+
+void scan_once(dice &d)
+{
+    const SiScanParam param{static_cast<std::uint16_t>(d.below(100)), d.id(2), d.below(2),
+                            static_cast<std::uint8_t>(d.below(2))};
+    Orva_Si_SetScanTime(static_cast<std::uint16_t>(1 + d.below(3)));
+    Orva_Si_StopChannel();
+    Orva_Si_SetScanParam(&param);
+    scanning = true;
+    Orva_Si_StartScanChannel();
+    scanning = false;
+    ++counted.scans;
+}
+
+void controlling_client(dice &d)
+{
+    calm = !d.one_in(4);
+    if (d.one_in(25))
+        scan_once(d);
+    else
+        start_channel(d);
+    calm = false;
+    for (std::uint32_t left = d.below(20); left != 0; --left) {
+        use_channel(d);
+        std::this_thread::sleep_for(std::chrono::microseconds{d.below(2000)});
+    }
+    if (d.one_in(2))
+        Orva_Si_StopChannel();
+}
+
+// ---- The client that asks, cancels and makes memory scarce
+
+void ask(dice &d)
+{
+    std::array<std::uint16_t, 40> list{};
+    std::array<std::uint8_t, 1024> bytes{};
+    std::array<SiAudioPid, 4> audio{};
+    SiDvbString text{};
+    SiLocalTimeOffset offset{};
+    std::uint16_t id = 0;
+    std::uint8_t type = 0;
+    std::uint32_t crc = 0;
+    std::uint32_t count = d.below(static_cast<std::uint32_t>(list.size()));
+    auto signed_count = static_cast<std::int32_t>(count);
+    std::uint32_t few = d.below(audio.size() + 1);
+    std::uint32_t length = bytes.size();
+    std::uint32_t one = 1;
+    const std::uint32_t ts = d.id(3);
+    const std::uint32_t program = d.id(programs);
+    const std::array<std::function<std::uint32_t()>, 22> questions{{
+        [&] { return Orva_Si_GetPatProgList(list.data(), &signed_count); },
+        [&] { return Orva_Si_GetPatTsId(&id); },
+        [&] { return Orva_Si_GetPmtData(program, bytes.data(), &length); },
+        [&] { return Orva_Si_GetVideoPID(program, &id); },
+        [&] { return Orva_Si_GetAudioPIDs(program, audio.data(), &few); },
+        [&] { return Orva_Si_GetAllPids(program, list.data(), &count); },
+        [&] { return Orva_Si_GetActServIdList(list.data(), &count); },
+        [&] { return Orva_Si_GetServIdList(ts, list.data(), &count); },
+        [&] { return Orva_Si_GetSdtAllTsList(list.data(), &count); },
+        [&] { return Orva_Si_GetServiceName(program, &text); },
+        [&] { return Orva_Si_GetServName(ts, program, &text); },
+        [&] { return Orva_Si_GetServiceType(program, &type); },
+        [&] { return Orva_Si_GetCurrentNetworkId(&id); },
+        [&] { return Orva_Si_GetNetworkName(ts, &text); },
+        [&] { return Orva_Si_GetTsGrpByNetworkId(ts, list.data(), &count); },
+        [&] { return Orva_Si_GetBouquetIdList(list.data(), &count); },
+        [&] { return Orva_Si_GetBouquetNameById(ts, &text); },
+        [&] { return Orva_Si_GetSDTCRC(ts, &crc); },
+        [&] { return Orva_Si_GetPATCRC(&crc); },
+        [&] { return Orva_Si_GetLocalTimeOffset(&offset, &one); },
+        [&] { return Orva_Si_GetPmtPid(program); },
+        [&] {
+            return Orva_Si_IsPmtExisted(program) + Orva_Si_DoAllTablesReady() +
+                   Orva_Si_IsScanMode() + Si_Ctl_GetTunningProgNo();
+        },
+    }};
+    counted.answers += questions[d.below(questions.size())]() == ORVA_SI_OK ? 1 : 0;
+}
+
+void asking_client(dice &d)
+{
+    for (std::uint32_t left = 20; left != 0; --left)
+        ask(d);
+    if (scanning ? d.one_in(100) : d.one_in(2000))
+        Orva_Si_CancelScanChannel();
+    if (d.one_in(50))
+        fake::fail_allocation(1 + d.below(40));
+    if (d.one_in(20)) {
+        fake::set_log_level(d.one_in(3) ? ORVA_DEBUG_VERBOSE : 0);
+        fake::clear_log();
+        fake::driver().forget_calls();
+    }
+    if (d.one_in(10))
+        Si_BG_WaitAllServiceTerminate();
+    std::this_thread::sleep_for(std::chrono::microseconds{d.below(1000)});
+}
+
+// ---- The timer thread: a service may run at any time, also while it is being paused.
+
+void services(dice &d)
+{
+    Si_SectFlt_PmtBgService();
+    Si_SectFlt_ActPfEitBgService();
+    Si_SectFlt_ActSchEitBgService();
+    std::this_thread::sleep_for(std::chrono::milliseconds{1 + d.below(10)});
+}
+
+// ---- The client's callback, on the section thread with no lock held
+
+std::uint32_t client(std::uint32_t reason, std::uint32_t, SiWord data, std::uint32_t)
+{
+    thread_local dice d{99};
+    ++counted.notifications;
+    if (reason == SI_REASON_DSMCC) {
+        const auto *section = reinterpret_cast<const SiDsmccNotify *>(data);
+        unsigned sum = 0;
+        for (unsigned i = 0; i < section->length; ++i)
+            sum += section->section[i];
+        counted.answers += sum & 1u;
+    }
+    if (d.one_in(5))
+        ask(d);
+    if (d.one_in(100))
+        Orva_Si_StartDsmFilter(dsmcc_pid + d.below(6));
+    if (d.one_in(100))
+        Orva_Si_StopDsmFilter(dsmcc_pid + d.below(6));
+    if (d.one_in(500))
+        Orva_Si_StopChannel();
+    return 0;
+}
+
+// ---- All of them
+
+struct worker {
+    const char *name;
+    void (*step)(dice &);
+    std::atomic<std::uint64_t> steps{0};
+};
+std::array<worker, 5> workers{{{"driver of single sections", single_driver},
+                               {"driver of batches", batch_driver},
+                               {"controlling client", controlling_client},
+                               {"asking client", asking_client},
+                               {"timer thread", services}}};
+
+void work(worker &self, unsigned seed)
+{
+    dice d{seed};
+    while (!over) {
+        self.step(d);
+        ++self.steps;
+    }
+}
+
+// Ends the process when the test is not over in time, which only a deadlock can bring about.
+class watchdog {
+public:
+    explicit watchdog(std::chrono::seconds patience)
+        : thread{[this, patience] {
+              std::unique_lock lock{mutex};
+              if (called_off_signal.wait_for(lock, patience, [this] { return called_off; }))
+                  return;
+              for (const worker &one : workers)
+                  std::fprintf(stderr, "%s: %llu steps\n", one.name,
+                               static_cast<unsigned long long>(one.steps));
+              std::fputs("somebody is stuck\n", stderr);
+              std::abort();
+          }}
+    {
+    }
+    ~watchdog()
+    {
+        {
+            const std::lock_guard lock{mutex};
+            called_off = true;
+        }
+        called_off_signal.notify_one();
+        thread.join();
+    }
+    watchdog(const watchdog &) = delete;
+    watchdog &operator=(const watchdog &) = delete;
+
+private:
+    std::mutex mutex;
+    std::condition_variable called_off_signal;
+    bool called_off = false;
+    std::thread thread;
+};
+
+bool wait_for(const std::function<bool()> &condition)
+{
+    for (int i = 0; i < 20000 && !condition(); ++i)
+        std::this_thread::sleep_for(1ms);
+    return condition();
+}
+
+// What a client frees that ends for good; nothing else runs any more.
+void free_stores()
+{
+    Orva_MutexP(&Ts_Ctl_Mutex);
+    Orva_Si_DeleteCaches(0);
+    Orva_Si_EraseAllEitRawData();
+    Orva_MutexV(&Ts_Ctl_Mutex);
+    Orva_Si_DestorySectModel();
+}
+
+TEST(Stress, NobodyIsStuckAndEverythingIsGivenBack)
+{
+    const watchdog dog{duration() + 60s};
+    fake::set_log_level(0);
+    ASSERT_EQ(Orva_Si_InstallCallback(client), ORVA_SI_OK);
+    ASSERT_EQ(Orva_Si_Init(fake::driver().table()), ORVA_SI_OK);
+    ASSERT_TRUE(wait_for([] { return Orva_Si_GetTableList() != nullptr; }));
+
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < workers.size(); ++i)
+        threads.emplace_back(work, std::ref(workers[i]), i + 1);
+    std::this_thread::sleep_for(duration());
+    over = true;
+    while (scanning) {
+        Orva_Si_CancelScanChannel();
+        std::this_thread::sleep_for(10ms);
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    fake::fail_allocation(0);
+
+    Orva_Si_StopScanChannel();
+    EXPECT_TRUE(wait_for([] { return Si_SectFlt_GetPendingCount() == 0; }));
+    EXPECT_EQ(fake::driver().running(), 0u);
+    EXPECT_EQ(Orva_Si_DeInit(), ORVA_SI_OK);
+    EXPECT_EQ(fake::driver().returned(), fake::driver().lent());
+    EXPECT_EQ(fake::driver().wrongly_returned(), 0u);
+    free_stores();
+    ASSERT_NE(Orva_Si_GetDvbEitList(), nullptr);
+    EXPECT_EQ(fake::allocations() - frees, 1u); // the empty list of events, which stays
+
+    // It was not for nothing.
+    const auto report = [](const char *what, std::size_t count) {
+        RecordProperty(what, static_cast<int>(count));
+        std::printf("%-14s %zu\n", what, count);
+        EXPECT_GT(count, 0u) << what;
+    };
+    report("sections", counted.sections);
+    report("batches", counted.batches);
+    report("starts", counted.starts);
+    report("scans", counted.scans);
+    report("notifications", counted.notifications);
+    report("answers", counted.answers);
+}
+
+} // namespace
