@@ -11,7 +11,6 @@ constexpr std::size_t pool_size = 31;
 // The pool before anything was requested.
 class FilterPool : public testing::Test {
 protected:
-    FilterPool() { si::pool.assume_held(); }
     ~FilterPool() override { Si_SectFlt_DeInitPidFlts(); }
     static pid_filter &record(std::size_t index) { return si::pool_records()[index]; }
     fake::recording_driver &driver = fake::driver();
