@@ -34,16 +34,31 @@ std::vector<T> list_of(Ask ask)
     }
 }
 
-std::vector<std::uint16_t> without_repeats(const std::vector<std::uint16_t> &all)
-{
-    std::vector<std::uint16_t> once;
-    std::vector<bool> seen(0x10000);
-    for (const std::uint16_t id : all) {
-        if (!seen[id])
-            once.push_back(id);
-        seen[id] = true;
+class id_set {
+public:
+    explicit id_set(const std::vector<std::uint16_t> &ids = {}) : held(0x10000)
+    {
+        for (const std::uint16_t id : ids)
+            held[id] = true;
     }
-    return once;
+    bool has(std::uint16_t id) const { return held[id]; }
+    // Takes an id out; whether it was there.
+    bool take(std::uint16_t id)
+    {
+        const bool was = held[id];
+        held[id] = false;
+        return was;
+    }
+
+private:
+    std::vector<bool> held;
+};
+
+std::vector<std::uint16_t> without_repeats(std::vector<std::uint16_t> ids)
+{
+    id_set left{ids};
+    std::erase_if(ids, [&](std::uint16_t id) { return !left.take(id); });
+    return ids;
 }
 
 // The field as it was broadcast: the library splits a selector off its text.
@@ -100,28 +115,26 @@ private:
         return found;
     }
 
-    // The library lists the streams by one id, so the other comes from the sections, in whose
-    // order it lists them.
+    // The library lists the streams by one of their two ids, and by order of arrival: the other id
+    // and the order of broadcast come from the sections.
     static std::vector<transport_stream> transport_streams(std::uint16_t network_id,
                                                            const std::vector<section> &sections)
     {
-        std::vector<network_stream> described;
-        for (const section &nit : sections)
-            if (nit.extension == network_id)
-                for (network_stream &stream : network_streams(nit.data))
-                    described.push_back(std::move(stream));
+        auto listed = list_of<std::uint16_t>([=](auto *list, auto *count) {
+            return Orva_Si_GetTsGrpByNetworkId(network_id, list, count);
+        });
         std::vector<transport_stream> found;
-        auto next = described.begin();
-        for (const std::uint16_t ts : list_of<std::uint16_t>([&](auto *list, auto *count) {
-                 return Orva_Si_GetTsGrpByNetworkId(network_id, list, count);
-             })) {
-            next = std::find_if(next, described.end(), [ts](const network_stream &stream) {
-                return stream.transport_stream_id == ts;
-            });
-            if (next == described.end())
-                break;
-            found.push_back({*next, listed_services(network_id, *next)});
-            ++next;
+        for (const section &nit : sections) {
+            if (nit.extension != network_id)
+                continue;
+            for (const network_stream &stream : network_streams(nit.data)) {
+                const auto own =
+                    std::find(listed.begin(), listed.end(), stream.transport_stream_id);
+                if (own == listed.end())
+                    continue;
+                listed.erase(own);
+                found.push_back({stream, listed_services(network_id, stream)});
+            }
         }
         return found;
     }
@@ -139,6 +152,7 @@ private:
         return found;
     }
 
+    // A service as an SDT describes it, with the stream that the SDT is about.
     struct described_in {
         std::uint16_t transport_stream_id;
         described_service service;
@@ -154,54 +168,48 @@ private:
         return all;
     }
 
+    // The services of each stream that the library lists, in the order of broadcast.
     std::vector<service> services() const
     {
         const std::vector<described_in> described = all_described();
         const auto actual = value_of<std::uint16_t>(Orva_Si_GetActTsId);
-        const auto actual_ids = list_of<std::uint16_t>(Orva_Si_GetActServIdList);
+        const id_set actual_ids{list_of<std::uint16_t>(Orva_Si_GetActServIdList)};
         std::vector<service> found;
         for (const std::uint16_t ts :
-             without_repeats(list_of<std::uint16_t>(Orva_Si_GetSdtAllTsList)))
-            for (const std::uint16_t sid :
-                 without_repeats(list_of<std::uint16_t>([ts](auto *list, auto *count) {
-                     return Orva_Si_GetServIdList(ts, list, count);
-                 }))) {
-                found.push_back(one_service(ts, sid, described));
-                found.back().actual =
-                    ts == actual &&
-                    std::find(actual_ids.begin(), actual_ids.end(), sid) != actual_ids.end();
+             without_repeats(list_of<std::uint16_t>(Orva_Si_GetSdtAllTsList))) {
+            id_set wanted{list_of<std::uint16_t>(
+                [ts](auto *list, auto *count) { return Orva_Si_GetServIdList(ts, list, count); })};
+            for (const described_in &entry : described) {
+                const std::uint16_t sid = entry.service.service_id;
+                if (entry.transport_stream_id != ts || !wanted.take(sid))
+                    continue;
+                found.push_back(one_service(entry));
+                found.back().actual = ts == actual && actual_ids.has(sid);
             }
+        }
         return found;
     }
 
-    service one_service(std::uint16_t ts, std::uint16_t sid,
-                        const std::vector<described_in> &described) const
+    service one_service(const described_in &entry) const
     {
+        const std::uint16_t ts = entry.transport_stream_id;
+        const std::uint16_t sid = entry.service.service_id;
         const auto bits = [=](auto getter) {
             return value_of<std::uint8_t>(
                 [=](std::uint8_t *value) { return getter(ts, sid, value); });
         };
         service found;
+        // One transport_stream_id may stand for streams of several networks: the section tells.
+        found.original_network_id = entry.service.original_network_id;
         found.transport_stream_id = ts;
         found.service_id = sid;
         found.name = name([=](SiDvbString *text) { return Orva_Si_GetServName(ts, sid, text); });
+        found.provider = one_line(dvb_text(entry.service.provider, default_table));
         found.service_type = bits(Orva_Si_GetServType);
         found.running_status = bits(Orva_Si_GetServRunningStatus);
         found.free_ca_mode = bits(Orva_Si_GetServFreeCaMode);
         found.eit_schedule = bits(Orva_Si_GetServEitSchedFlag);
         found.eit_present_following = bits(Orva_Si_GetServEitPfFlag);
-        // One transport_stream_id may stand for streams of several networks: the section tells.
-        const auto own =
-            std::find_if(described.begin(), described.end(), [=](const described_in &d) {
-                return d.transport_stream_id == ts && d.service.service_id == sid;
-            });
-        if (own != described.end()) {
-            found.original_network_id = own->service.original_network_id;
-            found.provider = one_line(dvb_text(own->service.provider, default_table));
-        } else {
-            found.original_network_id = value_of<std::uint16_t>(
-                [ts](std::uint16_t *onid) { return Orva_Si_GetOnitId(ts, onid); });
-        }
         return found;
     }
 

@@ -89,6 +89,17 @@ void append_row(std::string &out, const table_layout &table, const row &cells,
     }
 }
 
+// Where to break a text of which so many bytes fit: behind the last item of a list, else at the
+// last blank, else where it must be.
+std::size_t break_in(std::string_view text, std::size_t fit)
+{
+    const std::string_view up_to_blank = text.substr(0, fit + 1);
+    if (const std::size_t comma = up_to_blank.rfind(", "); comma != std::string_view::npos)
+        return comma + 1;
+    const std::size_t blank = up_to_blank.rfind(' ');
+    return blank != std::string_view::npos && blank != 0 ? blank : fit;
+}
+
 } // namespace
 
 std::vector<std::string> wrapped(const std::string &text, std::size_t width)
@@ -97,10 +108,7 @@ std::vector<std::string> wrapped(const std::string &text, std::size_t width)
     std::string_view rest = text;
     while (display_width(rest) > width) {
         std::string_view line = fitting(rest, width);
-        const bool at_blank = line.size() < rest.size() && rest[line.size()] == ' ';
-        const std::size_t blank = at_blank ? line.size() : line.rfind(' ');
-        if (blank != std::string_view::npos && blank != 0)
-            line = line.substr(0, blank);
+        line = line.substr(0, break_in(rest, line.size()));
         lines.emplace_back(line);
         rest.remove_prefix(line.size());
         rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));

@@ -23,7 +23,8 @@ struct table_layout {
 // take at most width columns of the terminal as long as the columns that do not wrap leave room.
 std::string laid_out(const table_layout &table, std::size_t width, std::size_t indent = 2);
 
-// Breaks a text into lines of at most width columns, at blanks where there are any.
+// Breaks a text into lines of at most width columns, between the items of a
+// list (", "), else at blanks, where there are any.
 std::vector<std::string> wrapped(const std::string &text, std::size_t width);
 
 } // namespace tool

@@ -35,7 +35,7 @@ struct network {
 };
 
 struct service {
-    std::optional<std::uint16_t> original_network_id;
+    std::uint16_t original_network_id = 0;
     std::uint16_t transport_stream_id = 0;
     std::uint16_t service_id = 0;
     bool actual = false;

@@ -58,7 +58,7 @@ json one_network(const network &of)
 
 json one_service(const service &of)
 {
-    json told{{"original_network_id", value(of.original_network_id)},
+    json told{{"original_network_id", of.original_network_id},
               {"transport_stream_id", of.transport_stream_id},
               {"service_id", of.service_id},
               {"actual", of.actual}};

@@ -45,12 +45,6 @@ std::string shown(const std::optional<label> &name)
     return name ? one_line(name->text) : "";
 }
 
-template <class T>
-std::string shown(const std::optional<T> &number)
-{
-    return number ? std::to_string(*number) : "";
-}
-
 std::string quoted(const std::optional<label> &name)
 {
     const std::string text = shown(name);
@@ -144,10 +138,10 @@ std::string services_text(const multiplex &in, std::size_t width, bool verbose)
         for (const service &s : in.services)
             if (same_stream(s, *first))
                 table.rows.push_back(service_row(s, in, verbose));
-        const std::string title = "Services of transport stream " +
-                                  std::to_string(first->transport_stream_id) +
-                                  ", original network " + shown(first->original_network_id) +
-                                  (first->actual ? "" : " (other)");
+        const std::string title =
+            "Services of transport stream " + std::to_string(first->transport_stream_id) +
+            ", original network " + std::to_string(first->original_network_id) +
+            (first->actual ? "" : " (other)");
         text += titled(title, width, table) + '\n';
     }
     return text;
@@ -186,7 +180,7 @@ std::string ca_text(const program &of)
     return joined(systems);
 }
 
-std::string programs_text(const multiplex &in, std::size_t width)
+std::string programs_text(const multiplex &in, std::size_t width, bool verbose)
 {
     table_layout table{{{"Program", true},
                         {"PMT", true},
@@ -203,8 +197,8 @@ std::string programs_text(const multiplex &in, std::size_t width)
             {std::to_string(p.program_number), std::to_string(p.pmt_pid),
              p.pcr_pid ? std::to_string(*p.pcr_pid) : "no PMT", streams_text(p, stream_kind::video),
              streams_text(p, stream_kind::audio), streams_text(p, stream_kind::teletext),
-             streams_text(p, stream_kind::subtitles), streams_text(p, stream_kind::other),
-             ca_text(p)});
+             streams_text(p, stream_kind::subtitles),
+             verbose ? streams_text(p, stream_kind::other) : "", ca_text(p)});
     if (table.rows.empty())
         return "";
     return titled("Programs, with the PIDs of their streams", width, table) + '\n';
@@ -246,10 +240,12 @@ std::string service_type_name(std::uint8_t type)
 std::string text_report(const multiplex &found, std::size_t width, bool verbose)
 {
     std::string text = heading(found);
-    for (const network &n : found.networks)
-        text += network_text(n, width) + '\n';
+    for (const bool actual : {true, false})
+        for (const network &n : found.networks)
+            if (n.actual == actual)
+                text += network_text(n, width) + '\n';
     text += services_text(found, width, verbose);
-    text += programs_text(found, width);
+    text += programs_text(found, width, verbose);
     text += bouquets_text(found, width);
     if (text.ends_with("\n\n"))
         text.pop_back();

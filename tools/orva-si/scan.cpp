@@ -23,8 +23,21 @@ constexpr auto poll_interval = 50ms;
 
 // How long the library goes on collecting once the NIT came: it does not wait for PMTs, BATs and
 // the SDTs of other multiplexes itself.
-constexpr auto settling_of_file = 2000ms;
+constexpr auto settling_of_input = 2000ms;
 constexpr auto settling_of_broadcast = 10000ms;
+
+// A file that is read in less time than that needs no more than a moment behind it.
+std::chrono::milliseconds settling_of(const options &chosen, const OrvaDemuxStatus &opened)
+{
+    constexpr auto moment = 1000ms;
+    constexpr std::uint64_t slowest_bytes_per_ms = 20000;
+    if (chosen.realtime)
+        return settling_of_broadcast;
+    const std::uint64_t reading = opened.input_bytes / slowest_bytes_per_ms;
+    if (opened.input_bytes == 0 || reading >= 1000)
+        return settling_of_input;
+    return moment + std::chrono::milliseconds{reading};
+}
 
 // The library's own waits: before it looks for sections, and for the SDT and the NIT together.
 constexpr auto first_wait = 500ms;
@@ -101,7 +114,7 @@ std::string progress_text(const OrvaDemuxStatus &status)
 
 outcome scan(const session &input, const options &chosen)
 {
-    const auto settling = chosen.realtime ? settling_of_broadcast : settling_of_file;
+    const auto settling = settling_of(chosen, input.status());
     SiScanParam how = {};
     how.wait_time = static_cast<std::uint16_t>(settling.count());
     Orva_Si_SetScanParam(&how);

@@ -52,12 +52,19 @@ std::vector<section> stored_sections(std::span<const table_id> wanted)
         if (table.completed == 0 ||
             std::find(wanted.begin(), wanted.end(), table.table_id) == wanted.end())
             return;
+        const std::size_t first = copies.size();
         each_element<SiSection>(table.psect_list, [&](const SiSection &stored) {
-            if (stored.section != nullptr && stored.sect_len <= longest)
+            if (stored.section != nullptr && stored.sect_len >= long_header &&
+                stored.sect_len <= longest)
                 copies.push_back({table.table_id,
                                   table.ext,
                                   {stored.section, stored.section + stored.sect_len}});
         });
+        constexpr std::size_t section_number = 6;
+        std::stable_sort(copies.begin() + static_cast<std::ptrdiff_t>(first), copies.end(),
+                         [](const section &a, const section &b) {
+                             return a.data[section_number] < b.data[section_number];
+                         });
     });
     return copies;
 }

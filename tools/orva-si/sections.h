@@ -30,7 +30,8 @@ struct section {
     std::vector<std::uint8_t> data; // from table_id to CRC_32
 };
 
-// Copies every section of the library's complete tables of these kinds, in the order of the store.
+// Copies every section of the library's complete tables of these kinds: the tables in the order of
+// the store, the sections of each by their section_number (the store has them as they arrived).
 std::vector<section> stored_sections(std::span<const table_id> wanted);
 
 // The bytes behind last_section_number and before CRC_32; none unless the section is undamaged.
