@@ -309,8 +309,7 @@ TEST_F(Limits, AChangeOfMultiplexMakesRoomForAll)
     flood_with_tables();
     Orva_Si_DeleteCaches(0);
     EXPECT_EQ(flood_with_tables(), tables_of_any_kind);
-    Orva_Si_DestorySectModel();
-    Orva_Si_InitTables();
+    recreate_store();
     EXPECT_EQ(flood_with_tables(), tables_of_any_kind);
 }
 
@@ -363,8 +362,7 @@ TEST_F(Limits, EveryWayOutGivesTheBytesBack)
     stuffing = create(pid_time, 0x72, 1);
     EXPECT_EQ(flood_with_bytes(stuffing), stored);
 
-    Orva_Si_DestorySectModel();
-    Orva_Si_InitTables();
+    recreate_store();
     stuffing = create(pid_time, 0x72, 1);
     EXPECT_EQ(flood_with_bytes(stuffing), stored);
 }

@@ -136,8 +136,7 @@ TEST(DestroyedStore, CanBeCreatedAgain)
 {
     init_store();
     store(make(sdt{.ts = 1}));
-    Orva_Si_DestorySectModel();
-    ASSERT_EQ(Orva_Si_InitTables(), ORVA_SI_OK);
+    recreate_store();
     EXPECT_EQ(Orva_Si_FindTableById(0x11, 0x42, 1, any, any), nullptr);
     SiTable *table = store(make(sdt{.ts = 1}));
     EXPECT_EQ(Orva_Si_FindTableById(0x11, 0x42, 1, any, any), table);
@@ -492,6 +491,7 @@ TEST_F(FindTableById, PassesOverNullElements)
     EXPECT_EQ(find(SI_ANY_PID, SI_ANY_TABLE_ID, any), table);
     EXPECT_EQ(find(pid_sdt, 0x42, 7), table);
     EXPECT_EQ(find(pid_sdt, 0x42, 8), nullptr);
+    si_list_remove(Orva_Si_GetTableList(), 2);
     si_list_remove(Orva_Si_GetTableList(), 0);
 }
 
@@ -537,6 +537,35 @@ TEST_F(FindTableById, SeesTheOrderThatAClientMade)
     si_list_remove(Orva_Si_GetTableList(), 0);
     si_list_add(Orva_Si_GetTableList(), first, -1);
     EXPECT_EQ(find(pid_sdt, 0x46, 7), second);
+}
+
+// The members of a list are visible, so a client may change them without the list's functions.
+TEST_F(FindTableById, SeesALinkThatAClientChangedByHand)
+{
+    SiTable *first = create(pid_sdt, 0x46, 7);
+    SiTable *second = create(pid_sdt, 0x46, 8);
+    ASSERT_EQ(find(pid_sdt, 0x46, 7), first);
+    si_list_node *link = Orva_Si_GetTableList()->node;
+    link->element = second;
+    link->next->element = first;
+    EXPECT_EQ(find(pid_sdt, 0x46, 7), first);
+    EXPECT_EQ(find(pid_sdt, 0x46, any), second);
+    link->element = nullptr;
+    EXPECT_EQ(find(pid_sdt, 0x46, 8), nullptr);
+    EXPECT_EQ(find(pid_sdt, 0x46, any), first);
+    link->element = second;
+}
+
+TEST_F(FindTableById, SeesACountThatAClientChangedByHand)
+{
+    SiTable *first = create(pid_sdt, 0x46, 7);
+    SiTable *second = create(pid_sdt, 0x46, 8);
+    ASSERT_EQ(find(pid_sdt, 0x46, 8), second);
+    Orva_Si_GetTableList()->nb_elt = 1;
+    EXPECT_EQ(find(pid_sdt, 0x46, 8), nullptr);
+    EXPECT_EQ(find(pid_sdt, 0x46, 7), first);
+    Orva_Si_GetTableList()->nb_elt = 2;
+    EXPECT_EQ(find(pid_sdt, 0x46, 8), second);
 }
 
 // ---- Removal
