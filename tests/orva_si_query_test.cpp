@@ -435,6 +435,25 @@ TEST(Frame, AnyExtensionIsAskedForWithFFFF)
     EXPECT_EQ(onit, 0x77);
 }
 
+TEST(Frame, AListWithoutRoomIsFullAndEmpty)
+{
+    store(make(sdt{.ts = 5, .services = {{.id = 1}}}));
+    u16 untouched = 99;
+    u32 count = 0;
+    EXPECT_EQ(Orva_Si_GetActServIdList(&untouched, &count), ORVA_SI_ARRAY_FULL);
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(untouched, 99);
+}
+
+TEST(Frame, AListWithJustEnoughRoomIsNotFull)
+{
+    store(make(sdt{.ts = 5, .services = {{.id = 1}, {.id = 2}}}));
+    u16 ids[2] = {};
+    u32 count = 2;
+    EXPECT_EQ(Orva_Si_GetActServIdList(ids, &count), ORVA_SI_OK);
+    EXPECT_EQ(count, 2u);
+}
+
 TEST(Frame, ADamagedSectionDoesNotHideTheNextOne)
 {
     store(damage(make(sdt{.ts = 5, .last_section_number = 1, .services = {{.id = 1}}})));
