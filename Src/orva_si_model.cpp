@@ -432,9 +432,10 @@ uint32_t Si_Model_GetPmtPid(uint16_t prog_num)
         SI_LOG_MISSING("prog_num");
         return SI_ANY_PID;
     }
+    const site here = SI_HERE;
     return find_program([&](std::uint32_t i, const pmt_entry &entry) {
-               SI_LOG(level::trace, "PmtPidList.pmtpid_array[%d] = %#x -> %#x\n", i,
-                      entry.program_number, entry.pmt_pid);
+               SI_LOG_AT(here, level::trace, "PmtPidList.pmtpid_array[%d] = %#x -> %#x\n", i,
+                         entry.program_number, entry.pmt_pid);
                return entry.program_number == prog_num;
            })
         .pmt_pid;
@@ -499,7 +500,8 @@ uint32_t Orva_Si_GetPatProgList(uint16_t *proglist, int32_t *pcount)
 {
     SI_REQUIRE(proglist);
     SI_REQUIRE(pcount);
-    const scope_lock lock{ctl, SI_HERE};
+    const site here = SI_HERE;
+    const scope_lock lock{ctl, here};
     const std::int32_t capacity = *pcount;
     *pcount = 0;
     std::uint32_t result = ORVA_SI_OK;
@@ -507,11 +509,11 @@ uint32_t Orva_Si_GetPatProgList(uint16_t *proglist, int32_t *pcount)
         if (entry.program_number == SI_NO_PROGRAM)
             return false;
         if (*pcount >= capacity) {
-            SI_LOG(level::error, "error:need more room\n");
+            SI_LOG_AT(here, level::error, "error:need more room\n");
             result = ORVA_SI_ARRAY_FULL;
             return true;
         }
-        SI_LOG(level::trace, "the proglist[%d] = %d\n", *pcount, entry.program_number);
+        SI_LOG_AT(here, level::trace, "the proglist[%d] = %d\n", *pcount, entry.program_number);
         proglist[(*pcount)++] = entry.program_number;
         return false;
     });

@@ -282,7 +282,7 @@ int32_t find_table(const void *key, const void *table)
 uint32_t Orva_Si_RemoveTable(SiTable *ptbl)
 {
     SI_REQUIRE(ptbl);
-    table_index::removing(ptbl);
+    table_index::removing(tables_list, ptbl);
     Orva_Si_RemoveTableSections(ptbl);
     si_list_uninit(ptbl->psect_list);
     release_record(ptbl);
@@ -338,8 +338,8 @@ uint32_t Orva_Si_DelMissedPmtCaches(void)
 
 uint32_t Orva_Si_DeleteAllPmtCaches(void)
 {
-    remove_pmts([](const SiTable &pmt) {
-        SI_LOG(level::trace, "will remove pmtpid = %#x, pg_num = %#x\n", pmt.pid, pmt.ext);
+    remove_pmts([here = SI_HERE](const SiTable &pmt) {
+        SI_LOG_AT(here, level::trace, "will remove pmtpid = %#x, pg_num = %#x\n", pmt.pid, pmt.ext);
         return true;
     });
     return ORVA_SI_OK;
