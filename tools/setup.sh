@@ -1,0 +1,35 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
+# Packages of Debian 12 that the scripts ./run and ./test need; sourced by both.
+
+packages_to_build=(build-essential cmake ninja-build pkg-config libglib2.0-dev dvb-apps
+                   nlohmann-json3-dev libcli11-dev)
+packages_to_test=("${packages_to_build[@]}" libgtest-dev libgmock-dev libbenchmark-dev
+                  clang libclang-rt-14-dev python3)
+
+say() {
+    printf '%s: %s\n' "${0##*/}" "$*" >&2
+}
+
+is_installed() {
+    [ "$(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null)" = installed ]
+}
+
+# install_missing PACKAGE...: installs those that are not there, with apt as root or through sudo.
+install_missing() {
+    local missing=() package as_root=()
+    for package in "$@"; do
+        is_installed "$package" || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! command -v sudo >/dev/null; then
+            say "install as root: apt-get install ${missing[*]}"
+            return 1
+        fi
+        as_root=(sudo)
+    fi
+    say "installing ${missing[*]}"
+    "${as_root[@]}" apt-get update -qq >&2 &&
+        "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+            apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+}
