@@ -191,8 +191,10 @@ void added(si_list *tables, SiTable *table)
     note_list(tables);
 }
 
-void removing(SiTable *table)
+void removing(si_list *tables, SiTable *table)
 {
+    // A client may have freed what the index still names since it last fitted the list.
+    index.usable = index.usable && tables != nullptr && matches_list(tables);
     if (!index.usable)
         return;
     for (std::size_t slot = slot_of(*table); index.table[slot] != nullptr; slot = next(slot)) {

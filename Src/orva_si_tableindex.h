@@ -28,8 +28,8 @@ std::optional<bool> other_stream(si_list *tables, std::uint16_t pid, std::uint8_
 // The table was just appended to the list.
 void added(si_list *tables, SiTable *table);
 
-// The table is about to be freed; its link is still in the list.
-void removing(SiTable *table);
+// The table is about to be freed; its link is still in the list, unless a client took it out.
+void removing(si_list *tables, SiTable *table);
 
 // Its link was just taken from the list.
 void unlinked(si_list *tables);

@@ -406,6 +406,20 @@ TEST_F(FindSection, FindsNothingInATableWithoutAList)
     EXPECT_TRUE(fake::logged(2, "[ptbl->psect_list\n")) << fake::log_text();
 }
 
+TEST_F(FindSection, PassesOverRecordsWithoutABuffer)
+{
+    SiTable *table = create(pid_sdt, services(0, 3));
+    SiSection empty{};
+    empty.pid = pid_sdt;
+    si_list_add(table->psect_list, &empty, -1);
+    si_list_add(table->psect_list, nullptr, -1);
+    insert(table, services(0, 3));
+    EXPECT_EQ(Si_Model_FindSection(table, received{services(0, 3), pid_sdt}),
+              si_list_get(table->psect_list, 2));
+    si_list_remove(table->psect_list, 1);
+    si_list_remove(table->psect_list, 0);
+}
+
 TEST_F(FindSection, IsAComparisonOfPidAndNumber)
 {
     received a{services(1, 3), pid_sdt};

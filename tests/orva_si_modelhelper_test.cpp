@@ -342,6 +342,16 @@ TEST_F(PatCrc, PassesOverNullElementsAndEmptyTables)
     si_list_remove(Orva_Si_GetTableList(), 0);
 }
 
+TEST_F(PatCrc, PassesOverTablesWithoutAList)
+{
+    SiTable without{};
+    without.completed = 1;
+    without.ext = without.ext1 = without.ext2 = SI_ANY_EXT;
+    si_list_add(Orva_Si_GetTableList(), &without, -1);
+    EXPECT_EQ(pat_crc(), 0U);
+    si_list_remove(Orva_Si_GetTableList(), 0);
+}
+
 TEST_F(PatCrc, PassesOverRecordsWithoutABuffer)
 {
     const octets section = make(pat{.ts = 1});

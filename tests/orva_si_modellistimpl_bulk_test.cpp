@@ -144,6 +144,26 @@ TEST_F(LargeStore, ScansReachTheLastOf255Tables)
     EXPECT_EQ(Orva_Si_GetTableList()->nb_elt, 254);
 }
 
+TEST_F(LargeStore, ScansReachPosition255OfALargerStore)
+{
+    stuff(255);
+    create(0x101, 0x02, 1);
+    stuff(40);
+    Orva_Si_DeleteAllPmtCaches();
+    EXPECT_EQ(Orva_Si_GetTableList()->nb_elt, 295);
+}
+
+TEST_F(LargeStore, ARemovalGivesTheScanAnother256Positions)
+{
+    stuff(10);
+    create(0x101, 0x02, 1);
+    stuff(245);
+    create(0x101, 0x02, 2); // position 256, then 255
+    stuff(40);
+    Orva_Si_DeleteAllPmtCaches();
+    EXPECT_EQ(Orva_Si_GetTableList()->nb_elt, 295);
+}
+
 TEST_F(LargeStore, ScansDoNotReachBeyondPosition255)
 {
     stuff(256);

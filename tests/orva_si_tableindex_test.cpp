@@ -9,12 +9,42 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include "fakes/platform.h"
 #include "orva_si_alloc.h"
+#include "orva_si_model.h"
 #include "support/model.h"
 #include "support/store.h"
+
+namespace {
+
+unsigned walks = 0;
+unsigned steps = 0;
+
+} // namespace
+
+extern "C" {
+
+void *__real_si_list_find(si_list *list, const void *key, SiListCmp comparison);
+void *__wrap_si_list_find(si_list *list, const void *key, SiListCmp comparison);
+void *__real_si_list_get(si_list *list, std::int32_t position);
+void *__wrap_si_list_get(si_list *list, std::int32_t position);
+
+void *__wrap_si_list_find(si_list *list, const void *key, SiListCmp comparison)
+{
+    ++walks;
+    return __real_si_list_find(list, key, comparison);
+}
+
+void *__wrap_si_list_get(si_list *list, std::int32_t position)
+{
+    ++steps;
+    return __real_si_list_get(list, position);
+}
+
+} // extern "C"
 
 namespace {
 
@@ -82,6 +112,153 @@ private:
     }
 };
 
+class FullStore : public testing::Test {
+protected:
+    FullStore()
+    {
+        fake::set_log_level(0);
+        init_store();
+    }
+    ~FullStore() override { Orva_Si_DestorySectModel(); }
+    FullStore(const FullStore &) = delete;
+    FullStore &operator=(const FullStore &) = delete;
+
+    SiTable *create(std::uint16_t pid, std::uint8_t table_id, std::uint16_t ext)
+    {
+        const octets section = make(private_table{.table_id = table_id, .extension = ext});
+        return Orva_Si_CreateTable(pid, table_id, section.data());
+    }
+    SiTable *find(std::uint16_t pid, std::uint8_t table_id, std::uint16_t ext)
+    {
+        return Orva_Si_FindTableById(pid, table_id, ext, any, any);
+    }
+
+    std::mt19937 random{11};
+};
+
+// Neither a look-up nor the test for another stream walks, however the library itself changes the
+// store.
+TEST_F(FullStore, ExactKeysAreAnsweredWithoutAWalk)
+{
+    const auto answers_at_once = [this](std::uint16_t ext, const SiTable *expected) {
+        walks = steps = 0;
+        EXPECT_EQ(find(0x100, 0x02, ext), expected);
+        EXPECT_EQ(find(0x14, 0x72, 0xFFF0), nullptr);
+        EXPECT_EQ(Orva_Si_IsStreamChanged(0, 0x00, 1), 0U);
+        EXPECT_EQ(Orva_Si_IsStreamChanged(0, 0x00, 2), 1U);
+        EXPECT_EQ(walks, 0U);
+        EXPECT_EQ(steps, 0U);
+    };
+    create(0, 0x00, 1);
+    for (std::uint16_t ext = 0; ext < 100; ++ext)
+        create(0x14, 0x72, ext);
+    SiTable *first = create(0x100, 0x02, 1);
+    find(0x100, 0x02, 1); // the first look at a list takes it in
+    answers_at_once(1, first);
+    SiTable *second = create(0x100, 0x02, 2);
+    answers_at_once(2, second);
+    PmtPidList.count = 0;
+    si::store_pmt_entry(PmtPidList, PmtPidList.count++, {2, 0x100});
+    Orva_Si_DelMissedPmtCaches();
+    answers_at_once(1, nullptr);
+    answers_at_once(2, second);
+    Orva_Si_DeleteCaches(0);
+    create(0, 0x00, 1);
+    first = create(0x100, 0x02, 1);
+    answers_at_once(1, first);
+}
+
+// A key that two tables have, and what a client did, cost one new look at the whole list at most.
+TEST_F(FullStore, IsLookedUpWithoutAWalkAgainAfterTheNextTable)
+{
+    create(0x100, 0x02, 1);
+    create(0x100, 0x02, 1);
+    create(0x100, 0x02, 2);
+    Orva_Si_RemoveTable(tables()[0]);
+    si_list_remove(Orva_Si_GetTableList(), 0);
+    SiTable *added = create(0x100, 0x02, 3);
+    ASSERT_EQ(find(0x100, 0x02, 3), added);
+    walks = 0;
+    EXPECT_EQ(find(0x100, 0x02, 1), tables()[0]);
+    EXPECT_EQ(find(0x100, 0x02, 2), tables()[1]);
+    EXPECT_EQ(find(0x100, 0x02, 3), added);
+    EXPECT_EQ(walks, 0U);
+}
+
+// So many tables that the index is half full: every removal meets neighbours.
+TEST_F(FullStore, EveryTableIsFoundAfterRemovalsAndNoneThatWent)
+{
+    for (unsigned round = 0; round < 5; ++round) {
+        PmtPidList.count = 0;
+        std::map<std::uint16_t, SiTable *> pmts;
+        while (pmts.size() < 250) {
+            const auto program = static_cast<std::uint16_t>(1 + random() % 0xFFF0);
+            if (pmts.contains(program))
+                continue;
+            pmts[program] = create(0x100, 0x02, program);
+            if (random() % 2 == 0)
+                si::store_pmt_entry(PmtPidList, PmtPidList.count++, {program, 0x100});
+        }
+        std::map<std::uint16_t, SiTable *> others;
+        while (others.size() < 3300) {
+            const auto ext = static_cast<std::uint16_t>(random() % 0xFFFF);
+            if (!others.contains(ext))
+                others[ext] = create(0x14, 0x72, ext);
+        }
+        ASSERT_EQ(find(0x100, 0x02, pmts.begin()->first), pmts.begin()->second);
+        Orva_Si_DelMissedPmtCaches();
+        for (const auto &[program, table] : pmts) {
+            const bool listed = Orva_Si_IsPmtExistedByPidAndProgNum(program, 0x100) != 0;
+            ASSERT_EQ(find(0x100, 0x02, program), listed ? table : nullptr) << program;
+        }
+        for (const auto &[ext, table] : others)
+            ASSERT_EQ(find(0x14, 0x72, ext), table) << ext;
+        Orva_Si_DeleteCaches(0);
+        ASSERT_EQ(find(0x14, 0x72, others.begin()->first), nullptr);
+    }
+}
+
+TEST_F(FullStore, MoreTablesThanTheIndexHoldsAreWalked)
+{
+    std::vector<SiTable> own(9000);
+    for (std::size_t i = 0; i < own.size(); ++i) {
+        own[i].pid = 0x14;
+        own[i].table_id = 0x72;
+        own[i].ext = static_cast<std::uint16_t>(i);
+        own[i].ext1 = own[i].ext2 = any;
+        si_list_add(Orva_Si_GetTableList(), &own[i], -1);
+    }
+    EXPECT_EQ(find(0x14, 0x72, 8999), &own[8999]);
+    EXPECT_EQ(find(0x14, 0x72, 9000), nullptr);
+    EXPECT_EQ(Orva_Si_IsStreamChanged(0, 0x00, 1), 0U);
+    while (si_list_remove(Orva_Si_GetTableList(), 0) > 0)
+        ;
+}
+
+// A client takes its own tables out and frees them without a word to the store.
+TEST_F(FullStore, NothingIsReadOfTablesThatAClientTookBack)
+{
+    std::vector<SiTable *> stored;
+    for (std::uint16_t i = 0; i < 200; ++i)
+        stored.push_back(create(0x100, 0x02, i));
+    {
+        std::vector<SiTable> own(3500);
+        for (std::size_t i = 0; i < own.size(); ++i) {
+            own[i].pid = 0x14;
+            own[i].table_id = 0x72;
+            own[i].ext = static_cast<std::uint16_t>(i);
+            si_list_add(Orva_Si_GetTableList(), &own[i], -1);
+        }
+        ASSERT_EQ(find(0x14, 0x72, 3), &own[3]);
+        for (auto last = static_cast<std::int32_t>(199 + own.size()); last > 199; --last)
+            si_list_remove(Orva_Si_GetTableList(), last);
+    }
+    Orva_Si_RemoveTable(stored[50]);
+    si_list_remove(Orva_Si_GetTableList(), 50);
+    Orva_Si_DeleteAllPmtCaches();
+    EXPECT_EQ(Orva_Si_GetTableList()->nb_elt, 0);
+}
+
 class TableIndex : public testing::TestWithParam<unsigned> {
 protected:
     TableIndex()
@@ -143,6 +320,11 @@ protected:
         si_list_add(Orva_Si_GetTableList(), table, position);
         naive.add(table, position);
     }
+    static void free_by_hand(SiTable *table)
+    {
+        si_list_uninit(table->psect_list);
+        si::release_record(table);
+    }
     void remove_some()
     {
         if (naive.entries.empty())
@@ -150,9 +332,13 @@ protected:
         const std::size_t position = below(static_cast<unsigned>(naive.entries.size()));
         const auto link = static_cast<std::int32_t>(position);
         SiTable *table = naive.take(position);
-        if (below(2) == 0) { // as the store does, and the other way round
+        const unsigned way = below(3);
+        if (way == 0) { // as the store does
             Orva_Si_RemoveTable(table);
             si_list_remove(Orva_Si_GetTableList(), link);
+        } else if (way == 1 && table != nullptr && table->psect_list->nb_elt == 0) {
+            si_list_remove(Orva_Si_GetTableList(), link); // as the owner of an element does
+            free_by_hand(table);
         } else {
             si_list_remove(Orva_Si_GetTableList(), link);
             Orva_Si_RemoveTable(table);
