@@ -45,12 +45,14 @@ public:
     writer &u32(std::uint32_t value) { return u16(value >> 16).u16(value & 0xFFFF); }
     writer &text(std::string_view bytes)
     {
-        data.insert(data.end(), bytes.begin(), bytes.end());
+        for (const char c : bytes)
+            u8(static_cast<unsigned char>(c));
         return *this;
     }
     writer &append(const octets &bytes)
     {
-        data.insert(data.end(), bytes.begin(), bytes.end());
+        for (const std::uint8_t byte : bytes)
+            u8(byte);
         return *this;
     }
     writer &text8(std::string_view bytes)
@@ -77,10 +79,10 @@ octets descriptor(std::uint8_t tag, const writer &payload)
 
 octets joined(std::initializer_list<octets> parts)
 {
-    octets all;
+    writer all;
     for (const octets &part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
+        all.append(part);
+    return all.data;
 }
 
 // A section with the long header and its CRC_32.
