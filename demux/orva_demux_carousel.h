@@ -36,7 +36,6 @@ struct version_id {
 
 struct table_version {
     version_id id;
-    bool complete = false;
     std::vector<kept_section> sections; // by section_number
 };
 

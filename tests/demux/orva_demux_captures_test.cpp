@@ -15,6 +15,8 @@
 #include <tuple>
 #include <vector>
 
+#include "demux/pending.h"
+#include "orva_demux_carousel.h"
 #include "orva_ts_sections.h"
 
 using namespace si::demux;
@@ -91,13 +93,15 @@ void add_golden(std::map<section_fact, int> &to, int pid, int table_id, int ext,
     }
 }
 
+// What a golden entry calls its table_id_extension.
+const std::map<std::string, std::string> extension_names{
+    {"PAT", "transport_stream_id"}, {"PMT", "program_number"}, {"NIT", "network_id"},
+    {"SDT", "transport_stream_id"}, {"BAT", "bouquet_id"},     {"CAT", ""}};
+
 std::map<section_fact, int> golden_sections(const json &golden)
 {
     std::map<section_fact, int> all;
-    const std::map<std::string, std::string> extension{
-        {"PAT", "transport_stream_id"}, {"PMT", "program_number"}, {"NIT", "network_id"},
-        {"SDT", "transport_stream_id"}, {"BAT", "bouquet_id"},     {"CAT", ""}};
-    for (const auto &[table, ext] : extension)
+    for (const auto &[table, ext] : extension_names)
         for (const json &entry : golden.at(table))
             for (const json &version : entry.at("versions"))
                 add_golden(all, entry.at("pid"), entry.at("table_id"),
@@ -203,6 +207,71 @@ TEST_P(Capture, SectionsAreThoseOfTheGoldenAnswer)
     };
     EXPECT_EQ(time_sections[table_id_tdt], times("TDT"));
     EXPECT_EQ(time_sections[table_id_tot], times("TOT"));
+}
+
+// The sub-table of the carousel that a golden entry describes.
+const sub_table *kept_table(const carousel &kept, std::uint16_t pid, int table_id, int ext,
+                            std::uint32_t networks)
+{
+    for (const sub_table *table : tables_of(kept, pid)) {
+        const version_id &id = table->served().id;
+        if (table->key.table_id == table_id && table->key.current &&
+            (table_id == 1 || id.extension == ext) &&
+            (!is_eit(table_id) || id.networks == networks))
+            return table;
+    }
+    return nullptr;
+}
+
+std::set<int> section_numbers(const table_version &of)
+{
+    std::set<int> numbers;
+    for (const kept_section &section : of.sections)
+        numbers.insert(section.section_number);
+    return numbers;
+}
+
+// A golden entry names the version that counts: the last complete one, else the last one seen.
+void expect_kept(const carousel &kept, std::uint16_t pid, int ext, std::uint32_t networks,
+                 const json &entry)
+{
+    const int table_id = entry.at("table_id");
+    const sub_table *table = kept_table(kept, pid, table_id, ext, networks);
+    ASSERT_NE(table, nullptr) << pid << " " << table_id << " " << ext;
+    const table_version &version = table->served();
+    EXPECT_EQ(version.id.version_number, entry.at("version_number")) << table_id << " " << ext;
+    EXPECT_EQ(table->complete.has_value(), entry.at("complete").get<bool>())
+        << table_id << " " << ext;
+    for (const json &golden : entry.at("versions")) {
+        if (golden.at("version_number") != version.id.version_number ||
+            golden.at("current_next_indicator") != 1)
+            continue;
+        std::set<int> numbers;
+        for (const json &section : golden.at("sections"))
+            numbers.insert(section.at("number").get<int>());
+        EXPECT_EQ(section_numbers(version), numbers) << table_id << " " << ext;
+    }
+}
+
+TEST_P(Capture, CarouselHoldsTheVersionsThatCount)
+{
+    carousel kept{std::size_t{256} << 20};
+    packet_sync sync;
+    section_assembler assembler{
+        [&](std::uint16_t pid, si::bytes section) { keep(kept, pid, section); }};
+    assemble(assembler, file, 0xFFFF, sync);
+    close_carousel(kept);
+
+    for (const auto &[table, ext] : extension_names)
+        for (const json &entry : golden.at(table))
+            expect_kept(kept, entry.at("pid"), ext.empty() ? 0 : entry.at(ext).get<int>(), 0,
+                        entry);
+    for (const json &service : golden.at("EIT"))
+        for (const json &sub_table : service.at("sub_tables"))
+            expect_kept(kept, 0x12, service.at("service_id"),
+                        service.at("transport_stream_id").get<std::uint32_t>() << 16 |
+                            service.at("original_network_id").get<std::uint32_t>(),
+                        sub_table);
 }
 
 std::vector<std::string> stream_names()
