@@ -1,0 +1,2 @@
+# Where a section leaves the reception path.
+target_link_options(${name} PRIVATE -Wl,--wrap=Si_Model_ProcessModel)
