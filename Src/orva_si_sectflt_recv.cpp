@@ -39,8 +39,9 @@ struct section_queue {
 };
 constinit section_queue queue SI_GUARDED_BY(queue_lock);
 
-std::atomic<std::uint32_t> pending_sections{0}; // queued or being processed
-std::uint8_t thread_busy;                       // while a batch is processed
+// Queued or being processed. Who reads 0 sees all that processing has done.
+std::atomic<std::uint32_t> pending_sections{0};
+std::uint8_t thread_busy; // while a batch is processed
 
 std::uint32_t queued_sections() SI_THREAD_SAFETY(no_thread_safety_analysis)
 {
@@ -265,7 +266,7 @@ void consume(GSList *sections, section_step step)
 {
     for (GSList *cell = sections; cell != nullptr; cell = cell->next) {
         step(static_cast<SiSection *>(std::exchange(cell->data, nullptr)));
-        pending_sections.fetch_sub(1, std::memory_order_relaxed);
+        pending_sections.fetch_sub(1, std::memory_order_release);
     }
     g_slist_free(sections);
 }
@@ -432,7 +433,7 @@ std::uint32_t Si_SectFlt_CheckRunningStatus(void)
 
 std::uint32_t Si_SectFlt_GetPendingCount(void)
 {
-    return pending_sections.load(std::memory_order_relaxed);
+    return pending_sections.load(std::memory_order_acquire);
 }
 
 // Lock and condition are made at load time: a driver may have delivered before this thread runs.

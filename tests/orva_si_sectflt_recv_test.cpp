@@ -656,8 +656,8 @@ class SectionThread : public Reception {
 protected:
     ~SectionThread() override
     {
-        during_dispatch = nullptr;
         wait_until_idle();
+        during_dispatch = nullptr;
     }
 };
 
