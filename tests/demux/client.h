@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -43,13 +44,20 @@ struct recorder {
     std::mutex lock;
     std::vector<delivered> all;
     std::size_t callbacks = 0;
-    bool give_back = true; // each buffer before the callback ends
+    std::atomic<bool> give_back = true; // each buffer before the callback ends
     std::function<void(std::uint32_t filter, const octets &)> on_section; // called without the lock
 };
 inline recorder &recorded()
 {
     static recorder one;
     return one;
+}
+
+// What the callbacks do from now on.
+inline void on_each_section(std::function<void(std::uint32_t filter, const octets &)> act)
+{
+    const std::scoped_lock held{recorded().lock};
+    recorded().on_section = std::move(act);
 }
 
 inline SiDmxSectHandler &handler()
@@ -71,17 +79,19 @@ inline void record(std::uint32_t demux, std::uint32_t filter, const SiDmxSection
 {
     recorder &to = recorded();
     std::vector<octets> seen;
+    std::function<void(std::uint32_t, const octets &)> act;
     {
         const std::scoped_lock held{to.lock};
+        act = to.on_section;
         for (std::uint32_t i = 0; i < count; ++i) {
             seen.push_back(bytes_of(sections[i]));
             to.all.push_back({filter, seen.back(), handle, steady::now(), to.callbacks});
         }
         ++to.callbacks;
     }
-    if (to.on_section)
+    if (act)
         for (const octets &section : seen)
-            to.on_section(filter, section);
+            act(filter, section);
     if (to.give_back) {
         EXPECT_EQ(handler().FreeSecData(demux, filter, handle), 0u);
     }
@@ -158,7 +168,7 @@ protected:
         fake::pending = 0;
         forget();
         recorded().give_back = true;
-        recorded().on_section = nullptr;
+        on_each_section(nullptr);
     }
     ~DemuxClient() override
     {

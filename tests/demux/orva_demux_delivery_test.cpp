@@ -190,10 +190,10 @@ TEST_F(FirstPass, NeverRunsMoreThan64SectionsAhead)
 {
     open(stream{}.sections(0, numbered_pats(3000)));
     std::atomic<std::uint32_t> most = 0;
-    recorded().on_section = [&](std::uint32_t, const octets &) {
+    on_each_section([&](std::uint32_t, const octets &) {
         const std::uint32_t now = ++fake::pending;
         most = std::max<std::uint32_t>(most, now);
-    };
+    });
     std::atomic<bool> done = false;
     std::thread processing{[&] {
         while (!done) {
@@ -351,7 +351,7 @@ TEST_F(Batches, OfAFormerSettingAreDropped)
 TEST_F(Batches, WaitForRoomToo)
 {
     open(stream{}.sections(0, numbered_pats(40)));
-    recorded().on_section = [](std::uint32_t, const octets &) { fake::pending += 20; };
+    on_each_section([](std::uint32_t, const octets &) { fake::pending += 20; });
     fake::pending = 64;
     arm(in_batches(on_pid(0), 10));
     arm(in_batches(on_pid(0), 10));
@@ -360,7 +360,7 @@ TEST_F(Batches, WaitForRoomToo)
     ASSERT_TRUE(eventually([] { return count() == 10; }));
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(count(), 10u) << "the second filter's batch must wait for the first one's";
-    recorded().on_section = nullptr;
+    on_each_section(nullptr);
     fake::pending = 0;
     EXPECT_TRUE(eventually([] { return count() >= 80; }));
 }

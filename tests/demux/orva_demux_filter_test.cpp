@@ -79,12 +79,12 @@ TEST(Match, ExtensionSectionNumberAndHeaderWords)
     SiDmxFilterParam setting = long_sections(0x4E);
     setting.filter_depth = 12;
     const std::uint8_t wanted[] = {0, 0, 0, 0x12, 0x34, 0, 1, 0, 0x56, 0x78, 0x9A, 0xBC};
-    for (const unsigned i : {3, 4, 6, 8, 9, 10, 11}) {
+    for (const unsigned i : {3u, 4u, 6u, 8u, 9u, 10u, 11u}) {
         setting.match[i] = wanted[i];
         setting.mask[i] = 0xFF;
     }
     EXPECT_TRUE(passes(setting, eit));
-    for (const unsigned i : {3, 4, 6, 8, 9, 10, 11}) {
+    for (const unsigned i : {3u, 4u, 6u, 8u, 9u, 10u, 11u}) {
         SiDmxFilterParam other = setting;
         other.match[i] ^= 0x10;
         EXPECT_FALSE(passes(other, eit)) << i;

@@ -24,12 +24,12 @@ protected:
     std::uint32_t open_into_gate()
     {
         open(stream{}.sections(0x100, {table_of(0x80), table_of(0x81), table_of(0x82)}));
-        recorded().on_section = [this](std::uint32_t, const octets &) {
+        on_each_section([this](std::uint32_t, const octets &) {
             inside = true;
             gate.pass();
             std::this_thread::sleep_for(5ms);
             ended = true;
-        };
+        });
         const std::uint32_t id = arm(on_pid(0x100));
         EXPECT_TRUE(eventually([this] { return inside.load(); }));
         return id;
@@ -97,7 +97,7 @@ TEST_F(Races, SlotsMayBeCalledFromInsideTheCallback)
 {
     open(stream{}.sections(0x100, {table_of(0x80), table_of(0x81), table_of(0x82)}));
     std::atomic<int> step = 0;
-    recorded().on_section = [&](std::uint32_t id, const octets &) {
+    on_each_section([&](std::uint32_t id, const octets &) {
         switch (step++) {
         case 0:
             EXPECT_EQ(handler().UpdateSecFilter(0, id, on_table(0x100, 0x81)), 0u);
@@ -109,7 +109,7 @@ TEST_F(Races, SlotsMayBeCalledFromInsideTheCallback)
         default:
             EXPECT_EQ(handler().RemoveSecFilter(0, id), 0u);
         }
-    };
+    });
     arm(on_pid(0x100));
     EXPECT_TRUE(eventually([&] { return step == 3; }));
     std::this_thread::sleep_for(20ms);
@@ -120,10 +120,10 @@ TEST_F(Races, FilterOfAnotherThreadMayBeStoppedFromInsideACallback)
 {
     open(stream{}.sections(0x100, {table_of(0x80), table_of(0x81)}));
     const std::uint32_t other = add();
-    recorded().on_section = [&](std::uint32_t, const octets &) {
+    on_each_section([&](std::uint32_t, const octets &) {
         EXPECT_EQ(handler().UpdateSecFilter(0, other, on_pid(0x300)), 0u);
         EXPECT_EQ(handler().DisableSecFilter(0, other), 0u);
-    };
+    });
     arm(on_pid(0x100));
     EXPECT_TRUE(reaches(ORVA_DEMUX_CAROUSEL));
 }

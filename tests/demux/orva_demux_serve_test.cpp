@@ -118,12 +118,12 @@ TEST_F(Serve, GoesOnWhereTheSubTableWasLeft)
     open_read(stream{}.sections(0x11, sub_table(1, 5)));
     // A filter that leaves after the first section, as schedule filters do with tables that are
     // known.
-    recorded().on_section = [](std::uint32_t id, const octets &) {
+    on_each_section([](std::uint32_t id, const octets &) {
         if (count() < 8)
             load(id, on_pid(0x11));
         else
             handler().DisableSecFilter(0, id);
-    };
+    });
     arm(on_pid(0x11));
     ASSERT_TRUE(eventually([] { return count() == 8; }));
     std::vector<octets> expected = sub_table(1, 5);
@@ -138,14 +138,14 @@ TEST_F(Serve, GoesOnWhereTheSubTableWasLeft)
 TEST_F(Serve, NextFilterGoesOnWhereAnotherLeft)
 {
     open_read(stream{}.sections(0x11, sub_table(1, 5)));
-    recorded().on_section = [](std::uint32_t id, const octets &section) {
+    on_each_section([](std::uint32_t id, const octets &section) {
         if (section == sdt_of(1, 1, 4))
             handler().DisableSecFilter(0, id);
-    };
+    });
     const std::uint32_t one = arm(on_pid(0x11));
     ASSERT_TRUE(idle());
     EXPECT_THAT(sections(one), ElementsAre(sdt_of(1, 0, 4), sdt_of(1, 1, 4)));
-    recorded().on_section = nullptr;
+    on_each_section(nullptr);
     const std::uint32_t two = arm(on_pid(0x11));
     ASSERT_TRUE(idle());
     EXPECT_THAT(sections(two), ElementsAre(sdt_of(1, 2, 4), sdt_of(1, 3, 4), sdt_of(1, 4, 4),
@@ -155,7 +155,7 @@ TEST_F(Serve, NextFilterGoesOnWhereAnotherLeft)
 TEST_F(Serve, FilterLoadedAgainWithin20MillisecondsWaits)
 {
     open_read(stream{}.sections(0x11, sub_table(1, 3)));
-    recorded().on_section = [](std::uint32_t id, const octets &) { load(id, on_pid(0x11)); };
+    on_each_section([](std::uint32_t id, const octets &) { load(id, on_pid(0x11)); });
     const std::uint32_t id = arm(on_pid(0x11));
     ASSERT_TRUE(eventually([] { return count() >= 10; }));
     EXPECT_EQ(handler().DisableSecFilter(0, id), 0u);

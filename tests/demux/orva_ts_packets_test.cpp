@@ -80,7 +80,7 @@ TEST_P(Periods, AreDetected)
 TEST_P(Periods, AreTheSameInWindowsOfEverySize)
 {
     const octets stream = numbered(20).spaced(GetParam());
-    for (const std::size_t step : {1, 7, 187, 188, 189, 204, 1000}) {
+    for (const std::size_t step : {1u, 7u, 187u, 188u, 189u, 204u, 1000u}) {
         packet_sync sync;
         EXPECT_EQ(read_numbers(sync, stream, step), counting(20)) << step;
         EXPECT_EQ(sync.losses, 0u) << step;

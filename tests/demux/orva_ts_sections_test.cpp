@@ -94,7 +94,7 @@ TEST_F(Assembler, SectionsOfEverySizeBackToBack)
 TEST_F(Assembler, HeaderAcrossPackets)
 {
     // The second section begins in the last byte, the last two bytes, and three bytes of a packet.
-    for (const std::size_t left : {1, 2, 3}) {
+    for (const std::size_t left : {1u, 2u, 3u}) {
         found.clear();
         ts = {};
         const octets first = sized(ts_payload - 1 - left);
@@ -285,7 +285,7 @@ TEST_F(Assembler, ShortSectionsHaveNoCrc)
 TEST_F(Assembler, SectionLengthOutOfRangeEndsThePacket)
 {
     const octets largest = set_length(sized(100), 4093);
-    for (const std::size_t length : {4094, 4095})
+    for (const std::size_t length : {4094u, 4095u})
         ts.packet(pid, payload(0, {set_length(sized(100), length), sized(30, 1)}), {.start = true});
     read(ts);
     EXPECT_EQ(counted.bad_sections, 2u);
