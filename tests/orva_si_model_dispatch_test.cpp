@@ -373,6 +373,22 @@ TEST_F(CollectTables, StoresACompleteTableAndTellsTheClient)
     EXPECT_TRUE(fake::logged(4, "ret = 0\n"));
 }
 
+// It is exported, so a caller may come without the dispatcher's checks.
+TEST_F(CollectTables, StoresNothingOfARecordThatTheDispatcherWouldRefuse)
+{
+    SiSection without_bytes{};
+    without_bytes.pid = pid_sdt;
+    Si_Model_CollectTables(nullptr);
+    Si_Model_CollectTables(&without_bytes);
+    for (const std::size_t size : {1U, 2U, 3U, 19U}) {
+        octets section = services(0, 0);
+        section.resize(size);
+        Si_Model_CollectTables(received{section, pid_sdt});
+    }
+    EXPECT_THAT(tables(), IsEmpty());
+    EXPECT_THAT(events, IsEmpty());
+}
+
 TEST_F(CollectTables, TellsNothingOfAnIncompleteTable)
 {
     EXPECT_EQ(deliver(services(1, 1)), ORVA_SI_OK);

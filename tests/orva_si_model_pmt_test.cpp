@@ -60,6 +60,17 @@ TEST_F(ResetPmtPidList, ForgetsEveryEntryAndTheTunedProgram)
     }
 }
 
+TEST_F(ResetPmtPidList, TouchesNoEntryBehindTheCount)
+{
+    list(1, 0x101);
+    list(2, 0x102);
+    PmtPidList.count = 1;
+    Si_Model_ResetPmtPidList();
+    EXPECT_EQ(PmtPidList.pmtpid_array[0].program_number, 0xFFFF);
+    EXPECT_EQ(PmtPidList.pmtpid_array[1].program_number, 2);
+    EXPECT_EQ(PmtPidList.pmtpid_array[1].pmt_pid, 0x102);
+}
+
 TEST_F(ResetPmtPidList, ForgetsAFullList)
 {
     for (std::uint16_t i = 0; i < 255; ++i)
