@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,11 @@ struct one_byte {
     const char *character;
 };
 
+void PrintTo(const one_byte &table, std::ostream *out)
+{
+    *out << "byte " << int{table.byte};
+}
+
 class OneByteTables : public testing::TestWithParam<one_byte> {};
 
 TEST_P(OneByteTables, TheirSelectorChoosesThem)
@@ -67,7 +73,10 @@ INSTANTIATE_TEST_SUITE_P(DvbText, OneByteTables,
                                          one_byte{0x03, 0xE1, "α"}, one_byte{0x04, 0xE0, "א"},
                                          one_byte{0x05, 0xFE, "ş"}, one_byte{0x06, 0xBD, "―"},
                                          one_byte{0x07, 0xA1, "ก"}, one_byte{0x09, 0xF8, "ų"},
-                                         one_byte{0x0A, 0xF0, "ŵ"}, one_byte{0x0B, 0xA4, "€"}));
+                                         one_byte{0x0A, 0xF0, "ŵ"}, one_byte{0x0B, 0xA4, "€"}),
+                         [](const auto &table) {
+                             return "Selector" + std::to_string(int{table.param.selector});
+                         });
 
 TEST(DvbText, WithoutSelectorIsIso6937WithTheEuroSign)
 {
