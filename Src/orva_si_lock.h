@@ -49,15 +49,16 @@ inline constinit store_mutex time_lock{Ts_Time_Mutex};
 // Holds a lock for a scope; traces at level 5 on the way in and on every way out.
 class SI_THREAD_SAFETY(scoped_lockable) scope_lock {
 public:
-    scope_lock(const store_mutex &of, site where) SI_THREAD_SAFETY(acquire_capability(of))
-        : mutex{of}, here{where}, held{of.lock()}
+    scope_lock(const store_mutex &of, site where, const char *unlock_text = "===Mutex Unlock===\n")
+        SI_THREAD_SAFETY(acquire_capability(of))
+        : mutex{of}, here{where}, on_unlock{unlock_text}, held{of.lock()}
     {
         SI_LOG_AT(here, level::verbose, "~~~Mutex Lock~~~\n");
     }
     ~scope_lock() SI_THREAD_SAFETY(release_capability())
     {
         mutex.unlock();
-        SI_LOG_AT(here, level::verbose, "===Mutex Unlock===\n");
+        SI_LOG_AT(here, level::verbose, "%s", on_unlock);
     }
     scope_lock(const scope_lock &) = delete;
     scope_lock &operator=(const scope_lock &) = delete;
@@ -65,6 +66,7 @@ public:
 private:
     const store_mutex &mutex;
     site here;
+    const char *on_unlock;
 
 public:
     const bool held; // false where the lock could not be taken; only the event getters ask

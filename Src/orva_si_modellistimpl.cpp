@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-// The table store: one record for each sub-table, its sections as they arrived. And the event
-// store, which is not filled yet: sections of events are acknowledged and not kept.
+// The table store: one record for each sub-table, its sections as they arrived.
 #include "orva_si_modellistimpl.h"
 
 #include <algorithm>
@@ -361,31 +360,7 @@ uint32_t Orva_Si_ClearCache(void)
     return Orva_Si_DeleteCaches(0);
 }
 
-// Events are not kept yet: every section is acknowledged, none is stored and no one is told.
-uint32_t Orva_Si_ListEitImpl([[maybe_unused]] uint16_t original_network_id,
-                             [[maybe_unused]] uint16_t transport_stream_id,
-                             [[maybe_unused]] uint16_t service_id,
-                             [[maybe_unused]] uint8_t table_id,
-                             [[maybe_unused]] uint8_t section_number,
-                             [[maybe_unused]] uint16_t sect_len,
-                             [[maybe_unused]] const uint8_t *section)
-{
-    return ORVA_SI_OK;
-}
-
 si_list *Orva_Si_GetDvbEitList(void)
 {
     return load_acquire(eit_list);
-}
-
-// The event store holds nothing to erase yet.
-uint32_t Orva_Si_EraseAllEitRawData(void)
-{
-    const scope_lock lock{eit, SI_HERE};
-    return ORVA_SI_OK;
-}
-
-uint32_t Orva_Si_RemoveEitRawData(void)
-{
-    return ORVA_SI_OK;
 }

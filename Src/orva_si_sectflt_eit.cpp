@@ -410,22 +410,21 @@ std::uint32_t Si_SectFlt_IsEitEnabled(std::uint32_t table_id, std::uint32_t)
 
 std::uint32_t Si_SectFlt_StartEitFilterTask(pid_filter *record, void *item)
 {
-    auto *request = static_cast<task_item_eit *>(item);
-    const std::uint32_t checked = check_arming(
-        SI_HERE, record, item,
-        request != nullptr ? Si_SectFlt_IsEitEnabled(request->table_id, request->service_id) : 0);
-    if (checked != ORVA_SI_OK)
-        return checked;
+    SI_ASSERT(record != nullptr, "pid_filter!=((void *)0)", ORVA_SI_NULL_ARGUMENT);
+    SI_ASSERT(item != nullptr, "task_item!=((void *)0)", ORVA_SI_NULL_ARGUMENT);
+    auto &request = *static_cast<task_item_eit *>(item);
+    if (Si_SectFlt_IsEitEnabled(request.table_id, request.service_id) == 0)
+        return ORVA_SI_TABLE_DISABLED;
     pool.assume_held();
-    record->table_id = request->table_id;
-    record->service_id = request->service_id;
-    record->match_table_id = request->table_id;
-    record->mask_table_id = request->table_id_mask;
-    record->version = request->version;
-    record->table_id_ext = request->service_id;
-    record->header_a = request->transport_stream_id;
-    record->header_b = request->original_network_id;
-    return arm(*record, head_of(*request), request->list_length);
+    record->table_id = request.table_id;
+    record->service_id = request.service_id;
+    record->match_table_id = request.table_id;
+    record->mask_table_id = request.table_id_mask;
+    record->version = request.version;
+    record->table_id_ext = request.service_id;
+    record->header_a = request.transport_stream_id;
+    record->header_b = request.original_network_id;
+    return arm(*record, head_of(request), request.list_length);
 }
 
 std::uint32_t Si_SectFlt_StartActPfEit(std::uint32_t transport_stream_id,

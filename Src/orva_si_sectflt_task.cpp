@@ -3,7 +3,6 @@
 // that have a filter of their own (PAT, CAT, NIT, SDT/BAT, TDT/TOT).
 #include <algorithm>
 #include <array>
-#include <initializer_list>
 #include <utility>
 
 #include "orva_si_sectflt.h"
@@ -131,6 +130,10 @@ bool any_filter(const pid_filter &)
 {
     return true;
 }
+
+// In which order surplus filters are given up.
+using filter_test = bool (*)(const pid_filter &);
+constexpr std::array<filter_test, 3> dispensable_first{serves_nothing, may_be_taken, any_filter};
 
 std::uint16_t next_index(const filter_task &task)
 {
@@ -402,7 +405,7 @@ std::uint32_t Si_SectFlt_SetFilterMode(filter_task *task)
 std::uint32_t Si_SectFlt_RemoveUselessFilters(filter_task *task)
 {
     SI_REQUIRE(task);
-    for (const auto accepts : {serves_nothing, may_be_taken, any_filter}) {
+    for (const auto accepts : dispensable_first) {
         while (task->filter_count > task->task_count) {
             pid_filter *record = last_filter(*task, accepts);
             if (record == nullptr)

@@ -29,12 +29,12 @@ function(orva_settings target)
     target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/include)
 endfunction()
 
-# What a log line names as its source: the path without extension; the filter layer speaks with one name.
+# What a log line names as its source: the path without extension; modules of several sources speak with one name.
 function(orva_log_sources)
     foreach(source ${ARGN})
         cmake_path(RELATIVE_PATH source BASE_DIRECTORY ${PROJECT_SOURCE_DIR} OUTPUT_VARIABLE name)
         cmake_path(REMOVE_EXTENSION name)
-        string(REGEX REPLACE "^Src/orva_si_sectflt_.*" "Src/orva_si_sectflt" name ${name})
+        string(REGEX REPLACE "^(Src/orva_si_(sectflt|modellistimpl))_.*" "\\1" name ${name})
         set_property(SOURCE ${source} APPEND PROPERTY COMPILE_DEFINITIONS "SI_SOURCE=\"${name}\"")
     endforeach()
 endfunction()

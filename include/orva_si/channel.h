@@ -24,8 +24,8 @@ typedef struct SiTuneParam {
 
 /** How the next scan works. Cleared at the end of each scan. */
 typedef struct SiScanParam {
-    /** Extra settling time once the NIT was met, in units of about 1 ms; in network mode the completion
-     *  time instead, in units of about 5 ms. */
+    /** Extra settling time once the NIT was met, in units of about 1 ms; in network mode the
+     * completion time instead, in units of about 5 ms. */
     uint16_t wait_time;
     uint16_t network_id;   /**< the network whose NIT is filtered in network mode */
     uint32_t network_mode; /**< not 0: only the NIT is filtered */
@@ -153,8 +153,6 @@ ORVA_SI_API uint32_t Orva_Si_CommTunningCase(uint16_t pid, uint8_t table_id, uin
  * @param count    1 to 255
  * @return ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT; ORVA_SI_INVALID_ARGUMENT for a count out of range;
  *         ORVA_SI_FAILURE when no program is tuned; the result is that of the list
- *
- * Events are acquired but not stored yet.
  */
 ORVA_SI_API uint32_t Orva_Si_StartActualPFEIT(uint32_t id1, uint32_t id2, uint32_t cur_sid,
                                               const uint16_t *list, uint32_t count);

@@ -258,8 +258,10 @@ ORVA_SI_API int32_t find_section(const void *record, const void *stored);
  * ------------------------------------------------------------------------------------------- */
 
 /**
- * Stores a section of events. Not yet: the section is acknowledged and not kept, and the client is
- * not told.
+ * Stores a section of events or replaces the one it follows, lets its filter wait for the next
+ * version when its table is complete, and tells the client of a new or changed section once the
+ * lock is given up; the client hears of a new one even when memory or the limits of 8,192 services
+ * and 64 MiB were exhausted. Takes Ts_Eit_Mutex.
  *
  * @param table_id  folded, as in SiEitSection
  * @param sect_len  readable bytes at section
@@ -270,7 +272,7 @@ ORVA_SI_API uint32_t Orva_Si_ListEitImpl(uint16_t original_network_id, uint16_t 
                                          uint8_t section_number, uint16_t sect_len,
                                          const uint8_t *section);
 
-/** @return the list of SiEitService itself, empty as yet; null before Orva_Si_InitTables */
+/** @return the list of SiEitService itself; null before Orva_Si_InitTables */
 ORVA_SI_API si_list *Orva_Si_GetDvbEitList(void);
 
 /** Empties the event store. Takes Ts_Eit_Mutex. @return ORVA_SI_OK */
@@ -280,8 +282,12 @@ ORVA_SI_API uint32_t Orva_Si_EraseAllEitRawData(void);
 ORVA_SI_API uint32_t Orva_Si_RemoveEitRawData(void);
 
 /**
- * Tells whether a service's table of events is complete, and lets its filter wait for the next
- * version. Not built yet.
+ * Tells whether the table of the tuned multiplex to which a section belongs is complete for a
+ * service: both sections of present/following, or one section of each segment of a schedule, in one
+ * version. Then lets its filter wait for the next version. Ts_Eit_Mutex held.
+ *
+ * @param section  readable as far as its section_length says
+ * @return 1 when complete; 0 when not, for other multiplexes and for null
  */
 ORVA_SI_API uint32_t Si_ModListImpl_IsEITCompleted(SiEitService *peit, const uint8_t *section);
 

@@ -1,0 +1,371 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// The event store: one record for each service, its EIT sections (EN 300 468, 5.2.4) as they
+// arrived.
+#include <algorithm>
+#include <array>
+
+#include "orva_si/filter.h"
+#include "orva_si/notify.h"
+#include "orva_si/store.h"
+#include "orva_si_alloc.h"
+#include "orva_si_bytes.h"
+#include "orva_si_lock.h"
+#include "orva_si_loops.h"
+#include "orva_si_modellistimpl.h"
+#include "orva_si_recordindex.h"
+#include "orva_si_siids.h"
+
+namespace si {
+
+namespace {
+
+constexpr std::size_t last_table_id_at = 13;
+
+std::uint64_t key_of(std::uint16_t onid, std::uint16_t ts, std::uint16_t sid)
+{
+    return std::uint64_t{onid} << 32 | std::uint64_t{ts} << 16 | sid;
+}
+
+std::uint64_t key_of_service(const SiEitService &service)
+{
+    return key_of(service.original_network_id, service.transport_stream_id, service.service_id);
+}
+
+record_index<SiEitService, limit::eit_services, key_of_service> service_index SI_GUARDED_BY(eit);
+std::size_t eit_bytes SI_GUARDED_BY(eit) = 0;
+
+// A section handed in, with the bytes that the caller vouches for.
+struct eit_arrival {
+    std::uint16_t original_network_id;
+    std::uint16_t transport_stream_id;
+    std::uint16_t service_id;
+    std::uint8_t table_id; // folded
+    std::uint8_t section_number;
+    bytes section;
+};
+
+std::uint8_t byte_at(bytes section, std::size_t at)
+{
+    return at < section.size() ? section[at] : std::uint8_t{0};
+}
+
+bytes bytes_of(const SiEitSection &stored)
+{
+    return {stored.section, stored.section != nullptr ? stored.sect_len : 0u};
+}
+
+// 0 for a section whose section_length reaches past its bytes.
+std::uint32_t crc_of(bytes section)
+{
+    const bool whole =
+        section.size() >= section_header_bytes && section_size(section.data()) <= section.size();
+    return whole ? crc_field(section.data()) : 0;
+}
+
+// What the client is told once the lock is given up.
+enum class news { none, first, changed };
+
+SiEitService *find_service(const eit_arrival &in) SI_NEEDS(eit)
+{
+    si_list *services = Orva_Si_GetDvbEitList();
+    const std::uint64_t key = key_of(in.original_network_id, in.transport_stream_id, in.service_id);
+    if (service_index.ready(services, [](const SiEitService *) {}))
+        return service_index.find(key);
+    for (SiEitService &service : elements<SiEitService>(services))
+        if (key_of_service(service) == key)
+            return &service;
+    return nullptr;
+}
+
+bool within_services(bytes section)
+{
+    const auto held = static_cast<std::size_t>(Orva_Si_GetDvbEitList()->nb_elt);
+    return within(limit::eit_services, held, 1, byte_at(section, 0));
+}
+
+SiEitService *create_service(site here, const eit_arrival &in) SI_NEEDS(eit)
+{
+    SI_LOG_AT(here, level::trace, "can't find the onid = %#x, tsid = %#x, servid = %#x eit\n",
+              in.original_network_id, in.transport_stream_id, in.service_id);
+    SI_LOG_AT(here, level::trace, "so we save it now\n");
+    auto *service = within_services(in.section) ? allocate_record<SiEitService>() : nullptr;
+    if (service == nullptr) {
+        SI_LOG_AT(here, level::error, "can't allocate the memory for the table\n");
+        return nullptr;
+    }
+    si::on_exit undo{[&] {
+        si_list_uninit(service->sections);
+        release_record(service);
+    }};
+    if (si_list_init(&service->sections) != 0) {
+        SI_LOG_AT(here, level::error, "no mem yet\n");
+        return nullptr;
+    }
+    service->original_network_id = in.original_network_id;
+    service->transport_stream_id = in.transport_stream_id;
+    service->service_id = in.service_id;
+    SI_LOG_AT(here, level::trace,
+              "create the new eit of onid = %#x, tsid = %#x, servid = %#x eit\n",
+              in.original_network_id, in.transport_stream_id, in.service_id);
+    if (si_list_add(Orva_Si_GetDvbEitList(), service, -1) == -1) {
+        SI_LOG_AT(here, level::error, "can't allocate the memory for the table\n");
+        return nullptr;
+    }
+    undo.release();
+    service_index.added(Orva_Si_GetDvbEitList(), service);
+    return service;
+}
+
+// The section of this table and number whose content differs; else, in repeated, whether one has
+// the same.
+SiEitSection *find_changed(SiEitService &service, const eit_arrival &in, bool &repeated)
+{
+    const std::uint32_t crc = crc_of(in.section);
+    for (SiEitSection &stored : elements<SiEitSection>(service.sections)) {
+        if (stored.table_id != in.table_id || stored.section_number != in.section_number)
+            continue;
+        if (stored.section == nullptr || crc_of(bytes_of(stored)) != crc)
+            return &stored;
+        repeated = true;
+    }
+    return nullptr;
+}
+
+void release_bytes(SiEitSection &stored) SI_NEEDS(eit)
+{
+    if (stored.section == nullptr)
+        return;
+    eit_bytes -= section_buffer_size(stored.sect_len);
+    release_section(stored.section, stored.sect_len);
+    stored.section = nullptr;
+}
+
+bool copy_bytes(SiEitSection &stored, const eit_arrival &in) SI_NEEDS(eit)
+{
+    const std::size_t rounded = section_buffer_size(in.section.size());
+    if (!within(limit::eit_bytes, eit_bytes, rounded, byte_at(in.section, 0)))
+        return false;
+    stored.section = allocate_section(in.section.size());
+    if (stored.section == nullptr)
+        return false;
+    eit_bytes += rounded;
+    std::ranges::copy(in.section, stored.section);
+    stored.sect_len = static_cast<std::uint16_t>(in.section.size());
+    stored.table_id = in.table_id;
+    stored.section_number = in.section_number;
+    return true;
+}
+
+// Where a section goes: what to tell, and whether the table may have become complete.
+struct outcome {
+    news tell;
+    bool check;
+};
+
+outcome replace(site here, SiEitSection &stored, const eit_arrival &in) SI_NEEDS(eit)
+{
+    release_bytes(stored);
+    if (copy_bytes(stored, in))
+        return {news::changed, true};
+    SI_LOG_AT(here, level::error, "can't allocate for the eit section during eit update case\n");
+    return {news::none, false};
+}
+
+// The client is told of a section even when storing it failed.
+outcome append(site here, SiEitService &service, const eit_arrival &in) SI_NEEDS(eit)
+{
+    auto *stored = allocate_record<SiEitSection>();
+    if (stored == nullptr || !copy_bytes(*stored, in)) {
+        release_record(stored);
+        SI_LOG_AT(here, level::error, "can't allocate the memory for the eit section\n");
+        return {news::first, false};
+    }
+    if (si_list_add(service.sections, stored, -1) == -1) {
+        SI_LOG_AT(here, level::error, "Insert one section failed! tbl_id:%#x, sect_no:%d\n",
+                  in.table_id, in.section_number);
+        release_bytes(*stored);
+        release_record(stored);
+    }
+    return {news::first, true};
+}
+
+outcome store(site here, SiEitService &service, const eit_arrival &in) SI_NEEDS(eit)
+{
+    bool repeated = false;
+    if (SiEitSection *changed = find_changed(service, in, repeated))
+        return replace(here, *changed, in);
+    return repeated ? outcome{news::none, true} : append(here, service, in);
+}
+
+// Which sections of a table are there. A segment counts as soon as one of its sections up to the
+// table's last one does.
+struct table_progress {
+    std::uint8_t present_following = 0;
+    std::array<std::uint8_t, 32> segments{};
+    std::uint32_t done = 0;
+
+    bool add_schedule(std::uint8_t number, std::uint8_t last, std::uint32_t all)
+    {
+        std::uint8_t &segment = segments[number >> 3];
+        segment = static_cast<std::uint8_t>(segment | 1u << (number & 7));
+        if ((segment & ((1u << ((last & 7) + 1)) - 1)) != 0)
+            done |= 1u << (number >> 3);
+        return done == all;
+    }
+    bool add_present_following(std::uint8_t number)
+    {
+        present_following = static_cast<std::uint8_t>(present_following | 1u << number);
+        return present_following == 0b11;
+    }
+};
+
+constexpr bool is_schedule_actual(std::uint8_t table_id)
+{
+    return table_id >= tid_eit_schedule_actual && table_id < tid_eit_schedule_other;
+}
+
+constexpr bool is_checked(std::uint8_t table_id)
+{
+    return table_id < tid_eit_schedule_other && table_id != tid_eit_pf_other;
+}
+
+// All sections of a table as one version, with as many as make it complete.
+bool is_complete(site here, const SiEitService &service, std::uint8_t table_id)
+{
+    table_progress progress;
+    bool any = false;
+    std::uint8_t version = 0;
+    std::uint32_t all = 0;
+    for (const SiEitSection &stored : elements<SiEitSection>(service.sections)) {
+        const bytes section = bytes_of(stored);
+        if (section.empty() || section[0] != table_id)
+            continue;
+        const std::uint8_t its_version = version_of(byte_at(section, 5));
+        const std::uint8_t last = byte_at(section, 7);
+        if (!any) {
+            any = true;
+            version = its_version;
+            all = 0xFFFFFFFFu >> (31 - (last >> 3));
+        }
+        if (its_version != version) {
+            SI_LOG_AT(here, level::trace,
+                      "Version number changes: %d: %d, table_id: %#x service_id: %#x\n", version,
+                      its_version, table_id, service.service_id);
+            return false;
+        }
+        if (table_id != tid_eit_pf_actual) {
+            if (progress.add_schedule(stored.section_number, last, all))
+                return true;
+            continue;
+        }
+        if (stored.section_number > 1)
+            SI_LOG_AT(here, level::error, "Invalid Actual PF EIT section number: %d\n",
+                      stored.section_number);
+        else if (progress.add_present_following(stored.section_number))
+            return true;
+    }
+    return false;
+}
+
+// Lets the filter of a complete table wait for the next version. Only tables of the tuned multiplex
+// are checked.
+std::uint32_t check_completed(site here, const SiEitService &service, bytes section)
+{
+    const std::uint8_t table_id = byte_at(section, 0);
+    if (is_schedule_actual(table_id))
+        Si_SectFlt_UpdateEitLastTableId(table_id, service.service_id,
+                                        byte_at(section, last_table_id_at));
+    if (!is_checked(table_id) || !is_complete(here, service, table_id))
+        return 0;
+    if (table_id == tid_eit_pf_actual)
+        SI_LOG_AT(here, level::trace, "Actual PF EIT table %#x for service %d is completed!\n",
+                  table_id, service.service_id);
+    else
+        SI_LOG_AT(here, level::trace,
+                  "Actual Schedule EIT table %#x for service %d is completed!\n", table_id,
+                  service.service_id);
+    Si_SectFlt_UpdateEit(table_id, service.service_id, version_of(byte_at(section, 5)), 1);
+    return 1;
+}
+
+news take(site here, const eit_arrival &in) SI_LEAVES(eit)
+{
+    const scope_lock lock{eit, here, "~~~Mutex UnLock~~~\n"};
+    if (Orva_Si_GetDvbEitList() == nullptr)
+        return news::none;
+    SiEitService *service = find_service(in);
+    if (service == nullptr)
+        service = create_service(here, in);
+    if (service == nullptr)
+        return news::none;
+    const outcome result = store(here, *service, in);
+    if (result.check)
+        check_completed(here, *service, in.section);
+    return result.tell;
+}
+
+void free_service(site here, SiEitService *service) SI_NEEDS(eit)
+{
+    SI_LOG_AT(here, level::trace, "will to remove the onid = %#x, tsid = %#x, servid=%#x\n",
+              service->original_network_id, service->transport_stream_id, service->service_id);
+    while (si_list_eol(service->sections, 0) == 0) {
+        auto *stored = static_cast<SiEitSection *>(si_list_get(service->sections, 0));
+        if (stored == nullptr) {
+            SI_LOG_AT(here, level::trace, "the peit_section is null!!!\n");
+        } else {
+            release_bytes(*stored);
+            release_record(stored);
+        }
+        si_list_remove(service->sections, 0);
+    }
+    si_list_uninit(service->sections);
+    release_record(service);
+}
+
+} // namespace
+
+} // namespace si
+
+using namespace si;
+
+uint32_t Orva_Si_ListEitImpl(uint16_t original_network_id, uint16_t transport_stream_id,
+                             uint16_t service_id, uint8_t table_id, uint8_t section_number,
+                             uint16_t sect_len, const uint8_t *section)
+{
+    const eit_arrival in{original_network_id, transport_stream_id,
+                         service_id,          table_id,
+                         section_number,      {section, section != nullptr ? sect_len : 0u}};
+    const news tell = take(SI_HERE, in);
+    if (tell != news::none)
+        Orva_Si_NotifyEit(original_network_id, transport_stream_id, service_id, table_id,
+                          section_number, crc_of(in.section), tell == news::changed ? 1 : 0);
+    return ORVA_SI_OK;
+}
+
+uint32_t Orva_Si_EraseAllEitRawData(void)
+{
+    const scope_lock lock{eit, SI_HERE};
+    si_list *services = Orva_Si_GetDvbEitList();
+    service_index.give_up(); // until the list is empty
+    while (si_list_eol(services, 0) == 0) {
+        auto *service = static_cast<SiEitService *>(si_list_get(services, 0));
+        if (service == nullptr)
+            SI_LOG(level::trace, "the peit is null\n");
+        else
+            free_service(SI_HERE, service);
+        si_list_remove(services, 0);
+    }
+    return ORVA_SI_OK;
+}
+
+uint32_t Orva_Si_RemoveEitRawData(void)
+{
+    return ORVA_SI_OK;
+}
+
+uint32_t Si_ModListImpl_IsEITCompleted(SiEitService *peit, const uint8_t *section)
+{
+    if (peit == nullptr || section == nullptr)
+        return 0;
+    return check_completed(SI_HERE, *peit, {section, section_size(section)});
+}
