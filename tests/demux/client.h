@@ -170,9 +170,10 @@ protected:
         recorded().give_back = true;
         on_each_section(nullptr);
     }
+    // Before the members of the test itself are gone: callbacks use them.
+    void TearDown() override { close(); }
     ~DemuxClient() override
     {
-        close();
         for (const std::string &path : files)
             std::remove(path.c_str());
         for (const int descriptor : {pipe_in, pipe_out})
