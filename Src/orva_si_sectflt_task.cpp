@@ -506,8 +506,8 @@ std::uint32_t Si_SectFlt_StopAllFilters(void)
     std::uint32_t result = ORVA_SI_OK;
     {
         const scope_lock lock{pool, SI_HERE};
-        for (filter_task &task : filter_tasks) {
-            const std::uint32_t stopped = Si_SectFlt_StopFilterTask(&task);
+        for (std::uint32_t id = 0; id < task_total; ++id) {
+            const std::uint32_t stopped = Si_SectFlt_StopFilterTask(find_task(id));
             if (result == ORVA_SI_OK)
                 result = stopped;
         }
