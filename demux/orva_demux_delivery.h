@@ -29,6 +29,7 @@ inline constexpr std::uint32_t room = 64; // sections that may be pending before
 inline constexpr std::uint32_t congestion = 100; // from so many on the receiver drops
 inline constexpr std::size_t most_lent =
     1024; // buffers that are with the receiver: no room with more
+inline constexpr std::size_t most_spare = 16; // buffers kept to be lent again
 inline constexpr std::chrono::milliseconds effect_delay{1};
 inline constexpr std::chrono::milliseconds batch_patience{100};
 inline constexpr std::chrono::milliseconds reload_distance{
@@ -69,6 +70,8 @@ struct section_filter {
 
 // Everything is guarded by lock unless it says otherwise.
 struct delivery {
+    delivery() { spare.reserve(most_spare); } // the slots allocate nothing
+
     std::mutex lock;
     std::condition_variable
         work; // for the delivering thread: filters have changed, or it is to stop

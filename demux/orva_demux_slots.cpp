@@ -9,7 +9,6 @@ namespace si::demux {
 namespace {
 
 constexpr std::uint32_t refused = 1;
-constexpr std::size_t most_spare = 16; // buffers kept to be lent again
 
 // The filter of an id while the demultiplexer is open; null: no such one.
 section_filter *find_filter(std::uint32_t demux, std::uint32_t id)

@@ -97,7 +97,8 @@ ORVA_SI_API OrvaDemux *orva_demux_open(const char *input, const OrvaDemuxOptions
  * All slots may be called from any thread, also from inside a callback, with the caller's locks held: no lock of
  * ours is held during callbacks. Callbacks come one at a time, on a thread of the demultiplexer. Slots 2, 4 and 6
  * return when no callback under the filter's former setting runs any more (called from inside that callback they
- * return at once); what was collected under it is dropped. Slot 6 starts the filter, slot 3 starts it with the
+ * return at once), so a callback must not wait for a lock that is held around them; what was collected under the
+ * former setting is dropped. Slot 6 starts the filter, slot 3 starts it with the
  * setting that it was requested or loaded with. A setting takes effect a millisecond after that.
  *
  * Up to 256 filters are granted, never the id 32. A section or batch stays where it is until its buffer handle comes

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // Inputs: what is opened and refused, what a pipe does, and the pace of a broadcast.
 #include <cerrno>
+#include <termios.h>
 
 #include <cstring>
 #include <set>
@@ -42,6 +43,35 @@ TEST_F(Input, Folder)
 {
     EXPECT_EQ(error_of("/tmp"), ORVA_DEMUX_NO_INPUT);
     EXPECT_EQ(errno, EISDIR);
+}
+
+TEST_F(Input, FileThatCannotBeRead)
+{
+    EXPECT_EQ(error_of("/proc/self/mem"), ORVA_DEMUX_NO_INPUT); // nothing is mapped at its start
+    EXPECT_EQ(errno, EIO);
+}
+
+TEST_F(Input, ReadingThatFailsHalfWayKeepsWhatCame)
+{
+    // The master of a pseudo terminal cannot be read once the other side is closed.
+    const int master = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_TRUE(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0);
+    const int slave = ::open(ptsname(master), O_RDWR | O_NOCTTY);
+    termios raw{};
+    ASSERT_EQ(tcgetattr(slave, &raw), 0);
+    cfmakeraw(&raw);
+    ASSERT_EQ(tcsetattr(slave, TCSANOW, &raw), 0);
+    ASSERT_EQ(dup2(master, STDIN_FILENO), STDIN_FILENO);
+    ::close(master);
+    open(std::string{"-"});
+    const octets content = pats(10).bytes;
+    ASSERT_EQ(write(slave, content.data(), content.size()), static_cast<ssize_t>(content.size()));
+    ::close(slave);
+    const std::uint32_t id = arm(on_pid(0));
+    ASSERT_TRUE(reaches(ORVA_DEMUX_CAROUSEL));
+    EXPECT_EQ(status().error, ORVA_DEMUX_READ_ERROR);
+    EXPECT_EQ(status().sections, 10u);
+    EXPECT_GE(sections(id).size(), 10u);
 }
 
 TEST_F(Input, EmptyFile)
