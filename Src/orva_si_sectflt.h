@@ -156,6 +156,8 @@ std::uint32_t check_arming(site here, const pid_filter *record, const void *item
 std::uint32_t arm(pid_filter &record, task_item &item, std::uint32_t list_length) SI_NEEDS(pool);
 // Arms a record for an item through the task's filter_func and binds it on success.
 std::uint32_t serve(filter_task &task, pid_filter &record, task_item &item) SI_NEEDS(pool);
+// Switches a filter off whose driver may still run what it was loaded with before.
+void silence_unless_armed(const pid_filter &record) SI_NEEDS(pool);
 // Takes a record away from the item it serves, which is pending again.
 void displace(pid_filter &record) SI_NEEDS(pool);
 // Gives the task's first filter to an item that is never to lose it.

@@ -17,6 +17,16 @@ task_item_dsm *find_request(const filter_task &task, std::uint16_t pid) SI_NEEDS
     return nullptr;
 }
 
+// The record on a PID: the one that serves, or else one that could not be armed for it.
+pid_filter *find_record(const filter_task &task, std::uint16_t pid) SI_NEEDS(pool)
+{
+    pid_filter *found = nullptr;
+    for (pid_filter &record : filters(task))
+        if (record.pid == pid && (found == nullptr || record.item != nullptr))
+            found = &record;
+    return found;
+}
+
 } // namespace
 
 } // namespace si
@@ -50,8 +60,7 @@ std::uint32_t Orva_Si_StopDsmFilter(std::uint32_t pid)
     const auto wanted = static_cast<std::uint16_t>(pid);
     const scope_lock lock{pool, SI_HERE};
     filter_task &task = task_at(dsmcc_task);
-    pid_filter *record =
-        Si_SectFlt_GetFilterFromFilterList(task.filter_list, wanted, SI_ANY_TABLE_ID, SI_ANY_EXT);
+    pid_filter *record = find_record(task, wanted);
     task_item *served = nullptr;
     if (record != nullptr) {
         served = record->item;

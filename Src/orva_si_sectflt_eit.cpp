@@ -108,7 +108,9 @@ struct queued_item {
 queued_item queue_request(filter_task &task, const eit_kind &kind, const SiEitRequest &request,
                           std::uint16_t list_length) SI_NEEDS(pool)
 {
-    task_item_eit *item = make_item(kind, request, list_length);
+    // More services than the event store takes are not asked for either.
+    task_item_eit *item =
+        task.task_count < limit::eit_services ? make_item(kind, request, list_length) : nullptr;
     if (item == nullptr)
         return {queued::no_memory, nullptr};
     for (const task_item_eit &known : items<task_item_eit>(task)) {
@@ -280,7 +282,8 @@ std::uint32_t stop_actual(site here, const eit_kind &kind, const eit_kind &other
 bool is_under_wildcard(const filter_task &task, std::uint8_t table_id) SI_NEEDS(pool)
 {
     for (const pid_filter &record : filters(task))
-        if (record.service_id == SI_ANY_EXT && record.table_id == table_id)
+        if (record.item != nullptr && record.service_id == SI_ANY_EXT &&
+            record.table_id == table_id)
             return true;
     return false;
 }
@@ -291,10 +294,7 @@ std::uint32_t next_sub_table(filter_task &task, pid_filter &record, task_item_ei
 {
     ++item.table_id;
     item.version = any_version;
-    const std::uint32_t result = serve(task, record, head_of(item));
-    if (result != ORVA_SI_OK)
-        store_release(record.enabled, 0); // the next poll tries again
-    return result;
+    return serve(task, record, head_of(item));
 }
 
 std::uint32_t update_record(site here, const eit_kind &kind, filter_task &task, pid_filter &record,
@@ -366,11 +366,12 @@ void pass_over_sub_table(task_item_eit &item)
 void age_rotating(const eit_kind &kind) SI_NEEDS(pool)
 {
     filter_task &task = task_at(kind.task);
-    if (kind.enabled() == 0 || task.mode != mode::rotating)
+    if (kind.enabled() == 0)
         return;
-    for (pid_filter &record : filters(task))
-        Si_SectFlt_DisableTimeOutEitFilterFunc(&record, &task);
-    poll_filters(task);
+    if (task.mode == mode::rotating)
+        for (pid_filter &record : filters(task))
+            Si_SectFlt_DisableTimeOutEitFilterFunc(&record, &task);
+    poll_filters(task); // with a filter for each item it only retries what the driver refused
 }
 
 // With a filter for every service only those that have sub-tables to walk can be stuck.
@@ -538,8 +539,10 @@ std::uint32_t Si_SectFlt_UpdateEit(std::uint32_t table_id, std::uint32_t service
     if (kind->enabled() == 0)
         return ORVA_SI_TABLE_DISABLED;
     filter_task &task = task_at(kind->task);
-    pid_filter *record =
-        Si_SectFlt_GetFilterFromFilterList(task.filter_list, pid_eit, id, low16(service_id));
+    pid_filter *record = nullptr;
+    if (low16(service_id) != SI_ANY_EXT) // as broadcast it is no wildcard
+        record =
+            Si_SectFlt_GetFilterFromFilterList(task.filter_list, pid_eit, id, low16(service_id));
     if (record != nullptr)
         return update_record(SI_HERE, *kind, task, *record, static_cast<std::uint8_t>(version),
                              finished);

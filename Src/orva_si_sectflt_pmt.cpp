@@ -48,7 +48,7 @@ requests queue_programs(filter_task &task, const SiPmtPidList &list) SI_NEEDS(po
         item->version = any_version;
         item->timeout = pmt_time_out;
         Si_SectFlt_AddNewTask(&task, item);
-        if (entry.program_number == tuned) {
+        if (entry.program_number == tuned && queued.tuned == nullptr) { // a PAT may repeat it
             item->wanted = 0;
             queued.tuned = item;
         }
@@ -98,7 +98,9 @@ std::uint32_t latch(filter_task &task, std::uint16_t program_number) SI_NEEDS(po
     displace(*record);
     request->version = any_version;
     request->wanted = 0;
-    return serve(task, *record, head_of(*request));
+    const std::uint32_t result = serve(task, *record, head_of(*request));
+    silence_unless_armed(*record);
+    return result;
 }
 
 std::uint32_t unlatch(filter_task &task, std::uint16_t program_number) SI_NEEDS(pool)
@@ -222,10 +224,9 @@ std::uint32_t Si_SectFlt_PmtBgService(void)
 {
     const scope_lock lock{pool, SI_HERE};
     filter_task &task = task_at(pmt_task);
-    if (task.mode != mode::rotating)
-        return ORVA_SI_OK;
-    for (pid_filter &record : filters(task))
-        Si_SectFlt_DisableTimeOutPmtFilterFunc(&record, &task);
+    if (task.mode == mode::rotating)
+        for (pid_filter &record : filters(task))
+            Si_SectFlt_DisableTimeOutPmtFilterFunc(&record, &task);
     poll_filters(task);
     return ORVA_SI_OK;
 }

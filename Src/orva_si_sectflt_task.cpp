@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-// The eleven filter tasks: a table row each, the rotation of filters over items, and the tables
-// that have a filter of their own (PAT, CAT, NIT, SDT/BAT, TDT/TOT).
+// The eleven filter tasks: a table row each, and the rotation of filters over items.
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -190,6 +189,15 @@ std::uint32_t take_surplus(filter_task &donor, std::uint32_t count) SI_NEEDS(poo
 constexpr std::array donors{pmt_task, act_sch_eit_task, other_sch_eit_task, other_pf_eit_task,
                             act_pf_eit_task};
 
+// The next free dynamic filter that the driver has granted. It grants from the first record on, so
+// behind one without a filter there is none: counting such records would keep a task from rotating
+// over those it has.
+pid_filter *next_granted_filter() SI_NEEDS(pool)
+{
+    pid_filter *record = Si_SectFlt_GetAvalibleDynamicFilter();
+    return record != nullptr && record->filter_id != SI_NO_FILTER ? record : nullptr;
+}
+
 } // namespace
 
 // ---- Shared steps
@@ -243,10 +251,23 @@ std::uint32_t arm(pid_filter &record, task_item &item, std::uint32_t list_length
 
 std::uint32_t serve(filter_task &task, pid_filter &record, task_item &item)
 {
+    const bool was_enabled = record.enabled != 0;
     const std::uint32_t result = task.filter_func(&record, &item);
-    if (result == ORVA_SI_OK)
+    if (result == ORVA_SI_OK) {
         record.item = &item;
+        return result;
+    }
+    displace(record);               // the next poll tries again
+    record.service_id = SI_ANY_EXT; // nor is it found for an item that another record serves
+    if (was_enabled)
+        silence_unless_armed(record);
     return result;
+}
+
+void silence_unless_armed(const pid_filter &record)
+{
+    if (record.enabled == 0)
+        Si_SectFlt_DisableSecFilter(demux_index, record.filter_id);
 }
 
 void displace(pid_filter &record)
@@ -262,6 +283,7 @@ void serve_first(filter_task &task, task_item &item)
     for (pid_filter &record : filters(task)) {
         displace(record);
         serve(task, record, item);
+        silence_unless_armed(record);
         return;
     }
 }
@@ -292,12 +314,11 @@ std::uint32_t go_on(site here, filter_task &task, pid_filter &record, std::uint3
     }
     if (keeps_filter(task, *record.item)) {
         const std::uint32_t result = serve(task, record, *record.item);
-        if (result != ORVA_SI_OK)
-            store_release(record.enabled, 0); // the next poll tries again
         return task.mode == mode::one_each ? result : std::uint32_t{ORVA_SI_FAILURE};
     }
     displace(record);
     Si_SectFlt_PollNewTaskFunc(&record, &task);
+    silence_unless_armed(record);
     return ORVA_SI_FAILURE;
 }
 
@@ -315,10 +336,10 @@ void fetch_filters(site here, filter_task &task, std::uint32_t count)
 
 bool fetch_one_filter(site here, filter_task &task)
 {
-    pid_filter *record = Si_SectFlt_GetAvalibleDynamicFilter();
+    pid_filter *record = next_granted_filter();
     if (record == nullptr) {
         Si_SectFlt_ReduceTaskFilterList(&task, 1);
-        record = Si_SectFlt_GetAvalibleDynamicFilter();
+        record = next_granted_filter();
     }
     if (record == nullptr)
         return false;
@@ -483,7 +504,7 @@ std::uint32_t Si_SectFlt_AddAvailableFilters(filter_task *task, std::uint32_t co
     }
     std::uint32_t added = 0;
     for (; added < count; ++added) {
-        pid_filter *record = Si_SectFlt_GetAvalibleDynamicFilter();
+        pid_filter *record = next_granted_filter();
         if (record == nullptr)
             break;
         task->init_func(record);
