@@ -91,8 +91,8 @@ typedef struct SiDmxFilterParam {
  *
  * DisableSecFilter and UpdateSecFilter are called with the library's locks held, also on its
  * section thread: they must not call a start or stop function, nor wait for the section thread.
- * They may wait for a callback that runs. Sections delivered before UpdateSecFilter has returned
- * are dropped.
+ * They may wait for a callback that runs. Of a filter that was off, sections delivered before
+ * UpdateSecFilter has returned are dropped.
  */
 typedef struct SiDmxSectHandler {
     /** Initialises the demultiplexer; a failure ends the start of the library. */
@@ -398,7 +398,8 @@ ORVA_SI_API uint32_t Si_SectFlt_PmtBgService(void);
 /**
  * Filters a PID, anew when it is filtered already. Enables DSM-CC.
  *
- * @return ORVA_SI_OK; ORVA_SI_FAILURE with five PIDs filtered, or without memory
+ * @return ORVA_SI_OK; ORVA_SI_FAILURE with five PIDs filtered, or without memory;
+ *         ORVA_SI_TABLE_DISABLED when a stop came in between
  */
 ORVA_SI_API uint32_t Orva_Si_StartDsmFilter(uint32_t pid);
 
