@@ -39,9 +39,8 @@ std::chrono::milliseconds settling_of(const options &chosen, const OrvaDemuxStat
     return moment + std::chrono::milliseconds{reading};
 }
 
-// The library's own waits: before it looks for sections, and for the SDT and the NIT together.
+// The library lets so much time pass before it looks for sections.
 constexpr auto first_wait = 500ms;
-constexpr auto longest_detection = 20s;
 
 enum class ending { by_itself, signal, time_over, input_failed, nothing_more };
 
@@ -71,7 +70,7 @@ private:
     static constexpr auto never = clock::time_point::max();
 
     // Whether the scan is bound to fail because the input has given all that it holds. A scan that
-    // will succeed is left alone.
+    // will succeed is left alone, however long it waits for tables that the input lacks.
     bool nothing_more(const OrvaDemuxStatus &status, clock::time_point now)
     {
         constexpr auto quiet_enough = 500ms;
@@ -79,23 +78,19 @@ private:
         idle_since = idle ? std::min(idle_since, now) : never;
         if (now < idle_since || now - idle_since < quiet_enough)
             return false;
-        return Orva_Si_IsGotSection() == 0 || (completing(now) && Orva_Si_DoAllTablesReady() == 0);
-    }
-
-    // Whether the library has surely come to its last wait, for tables to become complete.
-    bool completing(clock::time_point now)
-    {
-        constexpr auto margin = 1s;
-        if (Orva_Si_IsDetectActSDT() != 0 && Orva_Si_IsDetectActNIT() != 0)
-            detected = std::min(detected, now);
-        return now > std::max(detected, started + first_wait) + settling_time + margin;
+        if (Orva_Si_IsGotSection() == 0)
+            return true;
+        if (now < started + first_wait + settling_time)
+            return false;
+        // No further kind of table will be met: the library may judge now what it has.
+        Orva_Si_SetDetectReady();
+        return Orva_Si_DoAllTablesReady() == 0;
     }
 
     clock::time_point started = clock::now();
     std::chrono::milliseconds settling_time;
     clock::time_point deadline = never;
     clock::time_point idle_since = never;
-    clock::time_point detected = started + first_wait + longest_detection; // at the latest
 };
 
 struct outcome {
@@ -131,6 +126,8 @@ outcome scan(const session &input, const options &chosen)
         if (progress.active())
             progress.show(progress_text(result.status));
     }
+    if (received_signal() != 0)
+        result.how = ending::signal;
     result.complete = running.get() == ORVA_SI_OK;
     result.status = input.status();
     return result;
