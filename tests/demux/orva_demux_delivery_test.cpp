@@ -149,6 +149,27 @@ TEST_F(FirstPass, BeginsWithTheFirstSetting)
     EXPECT_GE(all().front().when - start, 1ms);
 }
 
+TEST_F(FirstPass, SettingTakesEffectAMillisecondAfterItsLoad)
+{
+    open(stream{}.sections(0, numbered_pats(100)));
+    const std::uint32_t late = add();
+    std::atomic<steady::time_point> loaded;
+    on_each_section([&](std::uint32_t id, const octets &section) {
+        if (id != late && section == pat_of(10)) {
+            load(late, on_pid(0));
+            loaded = steady::now();
+        }
+        std::this_thread::sleep_for(100us);
+    });
+    arm(on_pid(0));
+    ASSERT_TRUE(reaches(ORVA_DEMUX_CAROUSEL));
+    const std::vector<delivered> given = all();
+    const auto first = std::ranges::find(given, late, &delivered::filter);
+    ASSERT_NE(first, given.end());
+    EXPECT_GE(first->when - loaded.load(), 950us);
+    EXPECT_NE(first->section, pat_of(99)) << "it was in time for the first pass";
+}
+
 TEST_F(FirstPass, DeliversInBroadcastOrder)
 {
     stream ts;
