@@ -26,19 +26,6 @@ constexpr auto poll_interval = 50ms;
 constexpr auto settling_of_input = 2000ms;
 constexpr auto settling_of_broadcast = 10000ms;
 
-// A file that is read in less time than that needs no more than a moment behind it.
-std::chrono::milliseconds settling_of(const options &chosen, const OrvaDemuxStatus &opened)
-{
-    constexpr auto moment = 1000ms;
-    constexpr std::uint64_t slowest_bytes_per_ms = 20000;
-    if (chosen.realtime)
-        return settling_of_broadcast;
-    const std::uint64_t reading = opened.input_bytes / slowest_bytes_per_ms;
-    if (opened.input_bytes == 0 || reading >= 1000)
-        return settling_of_input;
-    return moment + std::chrono::milliseconds{reading};
-}
-
 // The library lets so much time pass before it looks for sections.
 constexpr auto first_wait = 500ms;
 
@@ -109,7 +96,7 @@ std::string progress_text(const OrvaDemuxStatus &status)
 
 outcome scan(const session &input, const options &chosen)
 {
-    const auto settling = settling_of(chosen, input.status());
+    const auto settling = chosen.realtime ? settling_of_broadcast : settling_of_input;
     SiScanParam how = {};
     how.wait_time = static_cast<std::uint16_t>(settling.count());
     Orva_Si_SetScanParam(&how);
