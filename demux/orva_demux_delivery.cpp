@@ -122,7 +122,7 @@ bool open_delivery(bool live)
 void stop_delivery()
 {
     delivery &state = the_delivery();
-    const held_lock held{state.lock};
+    const urgent_lock held{state};
     state.stopping = true;
     state.work.notify_all();
 }
@@ -147,7 +147,7 @@ void close_delivery()
 delivery_counts count_deliveries()
 {
     delivery &state = the_delivery();
-    const held_lock held{state.lock};
+    const urgent_lock held{state};
     const bool idle = std::ranges::all_of(state.filters, [](const section_filter &filter) {
         return !is_armed(filter) || (filter.run.completed && filter.batch == nullptr);
     });
@@ -192,6 +192,12 @@ bool wait_until(steady::time_point until)
             state.work.wait_until(held, wake);
     }
     return false;
+}
+
+void let_others_pass()
+{
+    while (the_delivery().wanted.load(std::memory_order_relaxed) != 0)
+        std::this_thread::yield();
 }
 
 bool wait_for_room()

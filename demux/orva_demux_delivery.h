@@ -73,6 +73,7 @@ struct delivery {
     delivery() { spare.reserve(most_spare); } // the slots allocate nothing
 
     std::mutex lock;
+    std::atomic<unsigned> wanted = 0; // other threads that wait for lock; any thread
     std::condition_variable
         work; // for the delivering thread: filters have changed, or it is to stop
     std::condition_variable idle; // for those who wait for a callback to end
@@ -99,6 +100,20 @@ struct delivery {
 delivery &the_delivery();
 
 // ---- Any thread.
+
+using held_lock = std::unique_lock<std::mutex>;
+
+// The lock as other threads than the delivering one take it, the library's locks in hand: a mutex
+// is not fair, and who lets it go only to take it again at once would keep them out.
+class urgent_lock : public held_lock {
+public:
+    explicit urgent_lock(delivery &of) : held_lock{of.lock, std::defer_lock}
+    {
+        ++of.wanted;
+        lock();
+        --of.wanted;
+    }
+};
 
 // False when it is open already.
 bool open_delivery(bool live);
@@ -135,13 +150,13 @@ void offer(std::uint16_t pid, bytes section, std::uint64_t content);
 void flush_batches(bool all = false);
 // When the next batch is due; the far future when none is begun.
 steady::time_point next_batch_due();
+// Waits until nobody else waits for the lock.
+void let_others_pass();
 // Serves the filters from a closed carousel until stopped.
 void serve(carousel &from);
 
 // ---- Steps of the delivery; the lock is held. give and flush_batch release it while the callback
 // runs: what is known of any filter may be out of date behind them.
-
-using held_lock = std::unique_lock<std::mutex>;
 
 bool still_queued(section_filter &filter, std::uint64_t content);
 // Whether the section completed a batch.

@@ -9,7 +9,7 @@
 namespace si::demux {
 namespace {
 
-// Sub-tables looked at before others get at the lock.
+// Sub-tables and sections looked at before others get at the lock.
 constexpr unsigned look_budget = 4096;
 
 bool could_pass(const SiDmxFilterParam &setting, const sub_table &table)
@@ -29,14 +29,15 @@ void enter(carousel_run &run, const sub_table &table)
     run.first = static_cast<std::size_t>(next - sections.begin()) % sections.size();
 }
 
-// The next section of the sub-table at which a run stands.
-const kept_section *next_section(section_filter &filter, sub_table &table)
+// The next section of the sub-table at which a run stands. Null: it has no more, or the budget is
+// spent.
+const kept_section *next_section(section_filter &filter, sub_table &table, unsigned &budget)
 {
     carousel_run &run = filter.run;
     if (run.visited == 0)
         enter(run, table);
     const std::vector<kept_section> &sections = table.served().sections;
-    while (run.visited < sections.size()) {
+    for (; run.visited < sections.size() && budget != 0; --budget) {
         const kept_section &section = sections[(run.first + run.visited++) % sections.size()];
         if (!passes(filter.setting, section.all()) || still_queued(filter, section.content) ||
             filter.times.contains(section.content))
@@ -48,15 +49,21 @@ const kept_section *next_section(section_filter &filter, sub_table &table)
 }
 
 // The next section that a run has for its filter; null when there is none, or none within the
-// budget.
+// budget: then the run stands where it goes on, be it inside a sub-table.
 const kept_section *advance(section_filter &filter, const carousel &from)
 {
     carousel_run &run = filter.run;
     const std::vector<sub_table *> &tables = tables_of(from, filter.setting.pid);
-    for (unsigned budget = look_budget; budget != 0 && run.table < tables.size(); --budget) {
-        if (could_pass(filter.setting, *tables[run.table]))
-            if (const kept_section *section = next_section(filter, *tables[run.table]))
+    unsigned budget = look_budget;
+    while (run.table < tables.size() && budget != 0) {
+        sub_table &table = *tables[run.table];
+        --budget;
+        if (could_pass(filter.setting, table)) {
+            if (const kept_section *section = next_section(filter, table, budget))
                 return section;
+            if (run.visited < table.served().sections.size())
+                return nullptr;
+        }
         ++run.table;
         run.visited = 0;
     }
@@ -128,6 +135,7 @@ void serve(carousel &from)
     delivery &state = the_delivery();
     std::uint32_t turn = 0;
     while (wait_for_room()) {
+        let_others_pass();
         held_lock held{state.lock};
         const steady::time_point now = steady::now();
         if (const auto id = due_batch(state, now, false)) {

@@ -41,7 +41,9 @@ void silence(held_lock &held, std::uint32_t id)
     if (state.thread == std::this_thread::get_id())
         return;
     const std::uint64_t ended = state.callbacks;
+    ++state.wanted;
     state.idle.wait(held, [&] { return state.running != id || state.callbacks != ended; });
+    --state.wanted;
 }
 
 void start(section_filter &filter)
@@ -59,7 +61,7 @@ void start(section_filter &filter)
 std::uint32_t init_demux(std::uint32_t demux)
 {
     delivery &state = the_delivery();
-    const held_lock held{state.lock};
+    const urgent_lock held{state};
     return state.open && demux == 0 ? 0 : refused;
 }
 
@@ -67,7 +69,7 @@ std::uint32_t init_demux(std::uint32_t demux)
 std::uint32_t free_section(std::uint32_t demux, std::uint32_t, SiWord handle)
 {
     delivery &state = the_delivery();
-    const held_lock held{state.lock};
+    const urgent_lock held{state};
     const auto found = state.lent.find(handle);
     if (!state.open || demux != 0 || found == state.lent.end())
         return refused;
@@ -81,7 +83,7 @@ std::uint32_t free_section(std::uint32_t demux, std::uint32_t, SiWord handle)
 std::uint32_t remove_filter(std::uint32_t demux, std::uint32_t id)
 {
     delivery &state = the_delivery();
-    held_lock held{state.lock};
+    urgent_lock held{state};
     if (find_filter(demux, id) == nullptr)
         return refused;
     state.filters[id].used = false;
@@ -91,7 +93,7 @@ std::uint32_t remove_filter(std::uint32_t demux, std::uint32_t id)
 
 std::uint32_t enable_filter(std::uint32_t demux, std::uint32_t id)
 {
-    const held_lock held{the_delivery().lock};
+    const urgent_lock held{the_delivery()};
     section_filter *filter = find_filter(demux, id);
     if (filter == nullptr)
         return refused;
@@ -102,7 +104,7 @@ std::uint32_t enable_filter(std::uint32_t demux, std::uint32_t id)
 
 std::uint32_t disable_filter(std::uint32_t demux, std::uint32_t id)
 {
-    held_lock held{the_delivery().lock};
+    urgent_lock held{the_delivery()};
     if (find_filter(demux, id) == nullptr)
         return refused;
     silence(held, id);
@@ -112,7 +114,7 @@ std::uint32_t disable_filter(std::uint32_t demux, std::uint32_t id)
 std::uint32_t add_filter(std::uint32_t demux, std::uint32_t *id, SiDmxFilterParam setting)
 {
     delivery &state = the_delivery();
-    const held_lock held{state.lock};
+    const urgent_lock held{state};
     if (!state.open || demux != 0 || id == nullptr)
         return refused;
     for (std::uint32_t free = 0; free < filter_ids; ++free) {
@@ -132,7 +134,7 @@ std::uint32_t add_filter(std::uint32_t demux, std::uint32_t *id, SiDmxFilterPara
 // is waited for, others may load the filter too, or remove it.
 std::uint32_t update_filter(std::uint32_t demux, std::uint32_t id, SiDmxFilterParam setting)
 {
-    held_lock held{the_delivery().lock};
+    urgent_lock held{the_delivery()};
     while (section_filter *filter = find_filter(demux, id)) {
         silence(held, id);
         if (!filter->used || filter->enabled)

@@ -5,6 +5,7 @@
 #ifndef DEMUX_ORVA_TS_PACKETS_H
 #define DEMUX_ORVA_TS_PACKETS_H
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
