@@ -29,8 +29,8 @@ void enter(carousel_run &run, const sub_table &table)
     run.first = static_cast<std::size_t>(next - sections.begin()) % sections.size();
 }
 
-// The next section of the sub-table at which a run stands. Null: it has no more, or the budget is
-// spent.
+// The next section of the sub-table at which a run stands; null at its end, or when the budget is
+// used up.
 const kept_section *next_section(section_filter &filter, sub_table &table, unsigned &budget)
 {
     carousel_run &run = filter.run;
@@ -49,7 +49,7 @@ const kept_section *next_section(section_filter &filter, sub_table &table, unsig
 }
 
 // The next section that a run has for its filter; null when there is none, or none within the
-// budget: then the run stands where it goes on, be it inside a sub-table.
+// budget.
 const kept_section *advance(section_filter &filter, const carousel &from)
 {
     carousel_run &run = filter.run;
@@ -57,13 +57,14 @@ const kept_section *advance(section_filter &filter, const carousel &from)
     unsigned budget = look_budget;
     while (run.table < tables.size() && budget != 0) {
         sub_table &table = *tables[run.table];
-        --budget;
         if (could_pass(filter.setting, table)) {
             if (const kept_section *section = next_section(filter, table, budget))
                 return section;
             if (run.visited < table.served().sections.size())
                 return nullptr;
         }
+        if (budget != 0)
+            --budget;
         ++run.table;
         run.visited = 0;
     }
@@ -136,7 +137,7 @@ void serve(carousel &from)
     std::uint32_t turn = 0;
     while (wait_for_room()) {
         let_others_pass();
-        held_lock held{state.lock};
+        held_lock held = lock_in_turn();
         const steady::time_point now = steady::now();
         if (const auto id = due_batch(state, now, false)) {
             flush_batch(held, *id);

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// What large and hostile inputs may cost: waits under the lock, memory, and time.
+#include <algorithm>
+#include <set>
+
+#include "demux/client.h"
+
+using namespace test;
+using testing::ElementsAre;
+using testing::SizeIs;
+
+namespace {
+
+// An EIT schedule section of a sub-table of 256.
+octets schedule_of(unsigned service, unsigned number)
+{
+    return make(eit{.table_id = 0x50,
+                    .service = static_cast<std::uint16_t>(service),
+                    .section_number = static_cast<std::uint8_t>(number),
+                    .last_section_number = 255});
+}
+
+class Limits : public DemuxClient {};
+
+// Sub-tables of many sections: all are looked at, none passes.
+TEST_F(Limits, SlotsWaitForALookThroughPartOfTheCarouselOnly)
+{
+    std::vector<octets> list;
+    for (unsigned service = 0; service < 400; ++service)
+        for (unsigned number = 0; number < 256; ++number)
+            list.push_back(schedule_of(service, number));
+    open(stream{}.sections(0x12, list));
+    const std::uint32_t quiet = arm(on_pid(0x1FFE));
+    ASSERT_TRUE(eventually([&] { return status().state == ORVA_DEMUX_CAROUSEL; }));
+    handler().RemoveSecFilter(0, quiet);
+
+    SiDmxFilterParam nothing = on_pid(0x12);
+    nothing.filter_depth = 14;
+    nothing.match[13] = 0xEE; // last_table_id of none
+    nothing.mask[13] = 0xFF;
+    std::vector<std::uint32_t> ids;
+    for (unsigned i = 0; i < 26; ++i)
+        ids.push_back(arm(nothing));
+    steady::duration longest{};
+    for (unsigned i = 0; i < 100; ++i) {
+        const auto start = steady::now();
+        load(ids[i % ids.size()], nothing);
+        longest = std::max(longest, steady::now() - start);
+        std::this_thread::sleep_for(2ms);
+    }
+    EXPECT_LT(longest, 100ms);
+    EXPECT_EQ(count(), 0u);
+}
+
+// More sections than are looked at in one go: the run goes on inside the sub-table.
+TEST_F(Limits, RunGoesOnInsideASubTable)
+{
+    std::vector<octets> list;
+    for (unsigned service = 0; service < 40; ++service)
+        for (unsigned number = 0; number < 256; ++number)
+            if (service == 0 || number != 0)
+                list.push_back(schedule_of(service, number));
+    open(stream{}.sections(0x12, list));
+    const std::uint32_t quiet = arm(on_pid(0x1FFE));
+    ASSERT_TRUE(eventually([&] { return status().state == ORVA_DEMUX_CAROUSEL; }));
+    handler().RemoveSecFilter(0, quiet);
+    SiDmxFilterParam last = on_table(0x12, 0x50);
+    last.filter_depth = 7;
+    last.match[6] = 255;
+    last.mask[6] = 0xFF;
+    const std::uint32_t id = arm(last);
+    ASSERT_TRUE(idle());
+    EXPECT_THAT(sections(id), SizeIs(40));
+    load(id, on_table(0x12, 0x50));
+    forget();
+    ASSERT_TRUE(idle());
+    const std::vector<octets> given = sections(id);
+    EXPECT_THAT(given, SizeIs(list.size()));
+    EXPECT_EQ(std::set<octets>(given.begin(), given.end()).size(), list.size());
+}
+
+} // namespace
