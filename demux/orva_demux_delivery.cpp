@@ -216,15 +216,6 @@ bool wait_for_room()
     return false;
 }
 
-held_lock lock_in_turn()
-{
-    constexpr unsigned most_yields = 100; // callers without a pause do not stop delivery
-    delivery &state = the_delivery();
-    for (unsigned i = 0; i < most_yields && state.callers.load(std::memory_order_relaxed) != 0; ++i)
-        std::this_thread::yield();
-    return held_lock{state.lock};
-}
-
 bool still_queued(section_filter &filter, std::uint64_t content)
 {
     return filter.given_epoch == the_delivery().epoch && filter.given.contains(content);
@@ -264,7 +255,7 @@ void offer(std::uint16_t pid, bytes section, std::uint64_t content)
     delivery &state = the_delivery();
     if (state.armed[pid].load(std::memory_order_relaxed) == 0 || !wait_for_room())
         return;
-    held_lock held = lock_in_turn();
+    held_lock held{state.lock};
     const steady::time_point now = steady::now();
     for (std::uint32_t id = 0; id < state.used_ids; ++id) {
         section_filter &filter = state.filters[id];
@@ -289,7 +280,7 @@ void flush_batches(bool all)
         return due_batch(state, steady::now(), all).has_value();
     };
     while (any_due() && wait_for_room()) {
-        held_lock held = lock_in_turn();
+        held_lock held{state.lock};
         if (const auto id = due_batch(state, steady::now(), all))
             flush_batch(held, *id);
     }

@@ -73,7 +73,6 @@ struct delivery {
     delivery() { spare.reserve(most_spare); } // the slots allocate nothing
 
     std::mutex lock;
-    std::atomic<unsigned> callers = 0; // slots that wait for the lock
     std::atomic<unsigned> wanted = 0;  // other threads that wait for lock; any thread
     std::condition_variable
         work; // for the delivering thread: filters have changed, or it is to stop
@@ -158,10 +157,6 @@ void serve(carousel &from);
 
 // ---- Steps of the delivery; the lock is held. give and flush_batch release it while the callback
 // runs: what is known of any filter may be out of date behind them.
-
-// The lock, for the delivering thread: those who call a slot come first, or a lock that is not fair
-// would go to this thread again and again.
-held_lock lock_in_turn();
 
 bool still_queued(section_filter &filter, std::uint64_t content);
 // Whether the section completed a batch.

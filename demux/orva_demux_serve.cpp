@@ -137,7 +137,7 @@ void serve(carousel &from)
     std::uint32_t turn = 0;
     while (wait_for_room()) {
         let_others_pass();
-        held_lock held = lock_in_turn();
+        held_lock held{state.lock};
         const steady::time_point now = steady::now();
         if (const auto id = due_batch(state, now, false)) {
             flush_batch(held, *id);

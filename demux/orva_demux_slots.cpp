@@ -10,15 +10,6 @@ namespace {
 
 constexpr std::uint32_t refused = 1;
 
-held_lock lock_for_caller()
-{
-    delivery &state = the_delivery();
-    ++state.callers;
-    held_lock held{state.lock};
-    --state.callers;
-    return held;
-}
-
 // The filter of an id while the demultiplexer is open; null: no such one.
 section_filter *find_filter(std::uint32_t demux, std::uint32_t id)
 {
@@ -51,9 +42,7 @@ void silence(held_lock &held, std::uint32_t id)
         return;
     const std::uint64_t ended = state.callbacks;
     ++state.wanted;
-    ++state.callers;
     state.idle.wait(held, [&] { return state.running != id || state.callbacks != ended; });
-    --state.callers;
     --state.wanted;
 }
 
