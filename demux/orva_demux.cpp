@@ -28,6 +28,7 @@ using namespace si::demux;
 namespace {
 
 constexpr std::size_t default_carousel_bytes = std::size_t{256} << 20;
+constexpr std::size_t most_services = 8192;
 constexpr std::uint16_t eit_pid = 0x0012;
 constexpr std::size_t eit_header_bytes = 14; // up to last_table_id
 
@@ -70,7 +71,7 @@ void note_eit_service(OrvaDemux &demux, si::bytes section)
                                .service_id = si::be16(section.subspan(3).first<2>())};
     const std::uint64_t key = std::uint64_t{service.original_network_id} << 32 |
                               std::uint64_t{service.transport_stream_id} << 16 | service.service_id;
-    if (!demux.met_services.insert(key).second)
+    if (demux.met_services.size() >= most_services || !demux.met_services.insert(key).second)
         return;
     const std::scoped_lock held{demux.services_lock};
     demux.services.push_back(service);

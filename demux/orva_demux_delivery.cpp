@@ -85,14 +85,17 @@ void remember(section_filter &filter, bytes section, std::uint64_t content)
 {
     if (content == 0)
         return;
-    if (filter.given_epoch != the_delivery().epoch) {
-        filter.given.clear();
+    if (filter.given_epoch != the_delivery().epoch || filter.given.size() >= most_given) {
+        forget_given(filter);
         filter.given_epoch = the_delivery().epoch;
     }
     filter.given.insert(content);
-    if (filter.setting.pid == time_pid &&
-        (section[0] == table_id_tdt || section[0] == table_id_tot))
-        filter.times.insert(content);
+    if (filter.setting.pid != time_pid)
+        return;
+    if (section[0] == table_id_tdt)
+        filter.times[0] = content;
+    if (section[0] == table_id_tot)
+        filter.times[1] = content;
 }
 
 } // namespace
@@ -196,7 +199,9 @@ bool wait_until(steady::time_point until)
 
 void let_others_pass()
 {
-    while (the_delivery().wanted.load(std::memory_order_relaxed) != 0)
+    constexpr unsigned most_yields = 1000; // callers without a pause do not stop delivery
+    delivery &state = the_delivery();
+    for (unsigned i = 0; i < most_yields && state.wanted.load(std::memory_order_relaxed) != 0; ++i)
         std::this_thread::yield();
 }
 
@@ -214,6 +219,13 @@ bool wait_for_room()
         std::this_thread::sleep_for(pause);
     }
     return false;
+}
+
+// A set that is cleared keeps its buckets, and passes through all of them each time.
+void forget_given(section_filter &filter)
+{
+    if (!filter.given.empty())
+        filter.given = std::unordered_set<std::uint64_t>{};
 }
 
 bool still_queued(section_filter &filter, std::uint64_t content)

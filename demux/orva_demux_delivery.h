@@ -29,6 +29,8 @@ inline constexpr std::uint32_t room = 64; // sections that may be pending before
 inline constexpr std::uint32_t congestion = 100; // from so many on the receiver drops
 inline constexpr std::size_t most_lent =
     1024; // buffers that are with the receiver: no room with more
+inline constexpr std::size_t most_given =
+    65536; // contents that a filter remembers as given: an input without end has ever more
 inline constexpr std::size_t most_spare = 16; // buffers kept to be lent again
 inline constexpr std::chrono::milliseconds effect_delay{1};
 inline constexpr std::chrono::milliseconds batch_patience{100};
@@ -64,7 +66,8 @@ struct section_filter {
     std::unordered_set<std::uint64_t>
         given; // contents given under this setting that may still be queued
     std::uint64_t given_epoch = 0;
-    std::unordered_set<std::uint64_t> times; // contents of TDT and TOT given under this setting
+    std::array<std::uint64_t, 2>
+        times{}; // contents of the last TDT and TOT given under this setting
     carousel_run run;
 };
 
@@ -73,7 +76,7 @@ struct delivery {
     delivery() { spare.reserve(most_spare); } // the slots allocate nothing
 
     std::mutex lock;
-    std::atomic<unsigned> wanted = 0;  // other threads that wait for lock; any thread
+    std::atomic<unsigned> wanted = 0; // other threads that wait for the lock; any thread
     std::condition_variable
         work; // for the delivering thread: filters have changed, or it is to stop
     std::condition_variable idle; // for those who wait for a callback to end
@@ -150,7 +153,7 @@ void offer(std::uint16_t pid, bytes section, std::uint64_t content);
 void flush_batches(bool all = false);
 // When the next batch is due; the far future when none is begun.
 steady::time_point next_batch_due();
-// Waits until nobody else waits for the lock.
+// Lets those who wait for the lock take it first.
 void let_others_pass();
 // Serves the filters from a closed carousel until stopped.
 void serve(carousel &from);
@@ -158,6 +161,7 @@ void serve(carousel &from);
 // ---- Steps of the delivery; the lock is held. give and flush_batch release it while the callback
 // runs: what is known of any filter may be out of date behind them.
 
+void forget_given(section_filter &filter);
 bool still_queued(section_filter &filter, std::uint64_t content);
 // Whether the section completed a batch.
 bool give(held_lock &held, std::uint32_t id, bytes section, std::uint64_t content);

@@ -29,6 +29,11 @@ void enter(carousel_run &run, const sub_table &table)
     run.first = static_cast<std::size_t>(next - sections.begin()) % sections.size();
 }
 
+bool was_given(const std::array<std::uint64_t, 2> &times, std::uint64_t content)
+{
+    return std::ranges::find(times, content) != times.end();
+}
+
 // The next section of the sub-table at which a run stands; null at its end, or when the budget is
 // used up.
 const kept_section *next_section(section_filter &filter, sub_table &table, unsigned &budget)
@@ -40,7 +45,7 @@ const kept_section *next_section(section_filter &filter, sub_table &table, unsig
     for (; run.visited < sections.size() && budget != 0; --budget) {
         const kept_section &section = sections[(run.first + run.visited++) % sections.size()];
         if (!passes(filter.setting, section.all()) || still_queued(filter, section.content) ||
-            filter.times.contains(section.content))
+            was_given(filter.times, section.content))
             continue;
         table.cursor = static_cast<std::uint16_t>(section.section_number + 1);
         return &section;

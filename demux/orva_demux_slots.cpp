@@ -35,8 +35,8 @@ void silence(held_lock &held, std::uint32_t id)
         --*armed_count(filter);
     filter.enabled = false;
     filter.batch.reset();
-    filter.given.clear();
-    filter.times.clear();
+    forget_given(filter);
+    filter.times = {};
     state.work.notify_all();
     if (state.thread == std::this_thread::get_id())
         return;

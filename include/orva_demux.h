@@ -110,7 +110,7 @@ ORVA_SI_API SiDmxSectHandler *orva_demux_handler(void);
 ORVA_SI_API void orva_demux_get_status(OrvaDemux *demux, OrvaDemuxStatus *status);
 
 /**
- * Lists the services whose EIT sections were met on PID 0x0012, each once, in order of appearance.
+ * Lists the services whose EIT sections were met on PID 0x0012, each once, in order of appearance; the first 8,192.
  *
  * @param services  array to fill
  * @param count     capacity on entry, number written on return

@@ -79,4 +79,43 @@ TEST_F(Limits, RunGoesOnInsideASubTable)
     EXPECT_EQ(std::set<octets>(given.begin(), given.end()).size(), list.size());
 }
 
+// A pipe without end may name ever more services.
+TEST_F(Limits, ServicesThatAreListedAreLimited)
+{
+    std::vector<octets> list;
+    for (unsigned service = 0; service < 9000; ++service)
+        list.push_back(make(eit{.table_id = 0x4E, .service = static_cast<std::uint16_t>(service)}));
+    open(stream{}.sections(0x12, list));
+    arm(on_pid(0x1FFE));
+    ASSERT_TRUE(eventually([&] { return status().state == ORVA_DEMUX_CAROUSEL; }));
+    std::vector<SiEitRequest> services(10'000);
+    std::uint32_t count = 10'000;
+    EXPECT_EQ(orva_demux_get_eit_services(demux, services.data(), &count), 0u);
+    EXPECT_EQ(count, 8192u);
+    EXPECT_EQ(services[8191].service_id, 8191u);
+}
+
+// While sections are pending all the time, what was given is remembered up to a limit; then it may
+// come again.
+TEST_F(Limits, WhatWasGivenIsForgottenAboveALimit)
+{
+    fake::pending = 1;
+    std::vector<octets> list;
+    for (unsigned i = 0; i < 66'000; ++i)
+        list.push_back(make(eit{.table_id = 0x50,
+                                .service = static_cast<std::uint16_t>(i % 60'000),
+                                .ts = static_cast<std::uint16_t>(i / 60'000)}));
+    const octets again = list.back();
+    list.push_back(again);
+    list.push_back(list[0]);
+    stream ts;
+    open(ts.sections(0x12, list));
+    const std::uint32_t id = arm(on_table(0x12, 0x50));
+    ASSERT_TRUE(eventually([&] { return status().state == ORVA_DEMUX_CAROUSEL; }));
+    handler().DisableSecFilter(0, id);
+    const std::vector<octets> given = sections(id);
+    EXPECT_EQ(std::ranges::count(given, list[0]), 2);
+    EXPECT_EQ(std::ranges::count(given, again), 1);
+}
+
 } // namespace
