@@ -10,6 +10,11 @@ namespace {
 constexpr std::array<std::uint32_t, 3> periods{188, 192, largest_period};
 constexpr std::size_t timestamp_bytes = 4; // before each packet of a 192-byte stream
 
+// Packets that are looked at to tell packets from what looks like them: so many at most,
+// and if others may follow, so many at least.
+constexpr std::size_t most_compared = 4096;
+constexpr std::size_t least_compared = 64;
+
 // Whether the window reaches the sync byte of the last packet that confirms one at this position.
 bool shows_enough(bytes window, std::size_t at, std::size_t period)
 {
@@ -41,6 +46,41 @@ bool in_step_to_the_end(const packet_sync &sync, bytes window, std::size_t at, s
     return left >= period + packet_bytes || left == packet_bytes || left == period;
 }
 
+// How many packets stand in step from a position on; all that the window shows count as the most.
+std::size_t packets_in_step(bytes window, std::size_t at, std::size_t period)
+{
+    std::size_t count = 0;
+    for (; count < most_compared && at < window.size(); ++count, at += period)
+        if (window[at] != sync_byte)
+            return count;
+    return most_compared;
+}
+
+// What stands between packets may hold a byte like the sync byte: a time stamp does so for seconds,
+// where it is one of its upper bytes. So what stands in step may be followed by the packets
+// themselves, no further behind than what stands between them is long. They stay in step longest;
+// where both do, they are the later.
+template <class InStep>
+sync_point behind_what_looks_alike(bytes window, sync_point first, bool at_end, InStep may_begin)
+{
+    const std::size_t between = first.period - packet_bytes;
+    sync_point best = first;
+    std::size_t longest = packets_in_step(window, first.offset, first.period);
+    const std::size_t last = std::min(first.offset + between, window.size() - 1);
+    for (std::size_t at = first.offset + 1; at <= last; ++at) {
+        if (window[at] != sync_byte || !may_begin(at))
+            continue;
+        const std::size_t count = packets_in_step(window, at, first.period);
+        if (count < longest)
+            continue;
+        longest = count;
+        best.offset = at;
+    }
+    const bool told = best.offset == first.offset || longest < most_compared || at_end ||
+                      window.size() - best.offset >= least_compared * first.period;
+    return told ? best : sync_point{first.offset, 0};
+}
+
 } // namespace
 
 sync_point find_sync(const packet_sync &sync, bytes window, std::size_t from, bool at_end)
@@ -56,11 +96,16 @@ sync_point find_sync(const packet_sync &sync, bytes window, std::size_t from, bo
                 continue;
             if (shows_enough(window, at, period)) {
                 if (in_step(window, at, period))
-                    return {at, period};
+                    return behind_what_looks_alike(
+                        window, {at, period}, at_end,
+                        [&](std::size_t other) { return in_step(window, other, period); });
             } else if (!at_end) {
                 return {at, 0};
             } else if (in_step_to_the_end(sync, window, at, period)) {
-                return {at, period};
+                return behind_what_looks_alike(
+                    window, {at, period}, at_end, [&](std::size_t other) {
+                        return in_step_to_the_end(sync, window, other, period);
+                    });
             }
         }
     }

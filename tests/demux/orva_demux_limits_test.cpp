@@ -4,6 +4,7 @@
 #include <set>
 
 #include "demux/client.h"
+#include "orva_ts_packets.h"
 
 using namespace test;
 using testing::ElementsAre;
@@ -116,6 +117,78 @@ TEST_F(Limits, WhatWasGivenIsForgottenAboveALimit)
     const std::vector<octets> given = sections(id);
     EXPECT_EQ(std::ranges::count(given, list[0]), 2);
     EXPECT_EQ(std::ranges::count(given, again), 1);
+}
+
+// Packets of PID 0x100 behind time stamps of four bytes that a function gives.
+template <class Stamp>
+octets stamped(unsigned count, Stamp stamp)
+{
+    octets all;
+    for (unsigned i = 0; i < count; ++i) {
+        const octets one = stamp(i);
+        all.insert(all.end(), one.begin(), one.end());
+        const octets packet = stream{}.packet(0x100, octets(ts_payload, 0xAA)).bytes;
+        all.insert(all.end(), packet.begin(), packet.end());
+    }
+    return all;
+}
+
+// How many packets of PID 0x100 are read, when the stream comes in pieces of that size; others
+// count as an error.
+unsigned packets_read(const octets &all, std::size_t step)
+{
+    si::demux::packet_sync sync;
+    unsigned read = 0;
+    std::size_t begin = 0;
+    for (std::size_t end = 0; end < all.size();) {
+        end = std::min(end + step, all.size());
+        const si::bytes window = si::bytes{all}.subspan(begin, end - begin);
+        begin += si::demux::take_packets(sync, window, end == all.size(), [&](auto packet) {
+            EXPECT_EQ((packet[1] & 0x1F) << 8 | packet[2], 0x100);
+            ++read;
+            return true;
+        });
+    }
+    EXPECT_EQ(sync.losses, 0u);
+    return read;
+}
+
+TEST(TimeStamps, ThatBeginLikePacketsAreNotTakenForThem)
+{
+    const octets all = stamped(1000, [](unsigned i) {
+        return octets{0x47, static_cast<std::uint8_t>(i >> 8), static_cast<std::uint8_t>(i), 0x47};
+    });
+    for (const std::size_t step : {all.size(), std::size_t{5000}, std::size_t{100}})
+        EXPECT_EQ(packets_read(all, step), 1000u) << step;
+}
+
+TEST(TimeStamps, ThatLookLikePacketsForAWhileAreNotTakenForThem)
+{
+    const octets all = stamped(300, [](unsigned i) {
+        return octets{0x12, static_cast<std::uint8_t>(i < 20 ? 0x47 : 0x48), 0x00, 0x00};
+    });
+    for (const std::size_t step : {all.size(), std::size_t{1000}})
+        EXPECT_EQ(packets_read(all, step), 300u) << step;
+}
+
+// The other way round: a PID that ends in 0x47 stands behind the sync byte for a while.
+TEST(TimeStamps, AreNotSeenInHeadersThatLookLikeSyncForAWhile)
+{
+    octets all;
+    for (unsigned i = 0; i < 300; ++i) {
+        const octets packet =
+            stream{}.packet(i < 20 ? 0x147 : 0x100, octets(ts_payload, 0xAA)).bytes;
+        all.insert(all.end(), {0x00, 0x00, 0x00, 0x00});
+        all.insert(all.end(), packet.begin(), packet.end());
+    }
+    si::demux::packet_sync sync;
+    std::vector<unsigned> pids;
+    si::demux::take_packets(sync, all, true, [&](auto packet) {
+        pids.push_back(static_cast<unsigned>((packet[1] & 0x1F) << 8 | packet[2]));
+        return true;
+    });
+    ASSERT_EQ(pids.size(), 300u);
+    EXPECT_EQ(std::ranges::count(pids, 0x147u), 20);
 }
 
 } // namespace

@@ -42,6 +42,7 @@ std::vector<unsigned> read_numbers(packet_sync &sync, const octets &stream, std:
                       stream.begin() + static_cast<std::ptrdiff_t>(at + more));
         at += more;
         const std::size_t done = take_packets(sync, window, at == stream.size(), [&](packet p) {
+            EXPECT_EQ((p[1] & 0x1F) << 8 | p[2], 0x100); // read from where the packet begins
             numbers.push_back(p[100]);
             return true;
         });
