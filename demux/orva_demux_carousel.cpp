@@ -220,8 +220,10 @@ std::uint64_t keep(carousel &in, std::uint16_t pid, bytes section)
         table.first_seen = in.seen;
         in.used += table_overhead;
     }
+    const std::uint64_t former = in.contents;
     const std::uint64_t content = put(in, version_for(in, table, id), section_number, section);
-    settle(in, table);
+    if (in.contents != former) // a repetition completes nothing
+        settle(in, table);
     return content;
 }
 
