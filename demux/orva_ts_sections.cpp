@@ -150,8 +150,8 @@ void take_unit_start(section_assembler &to, std::uint16_t pid, section_pid &stat
 }
 
 // Whether a packet is to be read: a repeated one is not, but may come once only; one that is out of
-// order is, but it cuts the section in progress.
-bool follows(section_assembler &to, section_pid &state, const packet_header &head)
+// order is, but it cuts the section in progress; that is no error where it was announced.
+bool follows(section_assembler &to, section_pid &state, const packet_header &head, bool announced)
 {
     const bool known = state.continuity != any_continuity;
     if (known && head.continuity == state.continuity && !state.repeated) {
@@ -160,7 +160,8 @@ bool follows(section_assembler &to, section_pid &state, const packet_header &hea
         return false;
     }
     if (known && head.continuity != ((state.continuity + 1) & 0x0F)) {
-        bump(to.counters.continuity_errors);
+        if (!announced)
+            bump(to.counters.continuity_errors);
         cut(to, state);
     }
     state.continuity = head.continuity;
@@ -213,11 +214,12 @@ void take_packet(section_assembler &to, packet from)
     if (learn(to, head, payload) != pid_content::sections)
         return;
     section_pid &state = state_of(to, head.pid);
-    if (announces_discontinuity(from, head)) {
+    const bool announced = announces_discontinuity(from, head);
+    if (announced && payload.empty()) {
         cut(to, state);
         state.continuity = any_continuity;
     }
-    if (payload.empty() || !follows(to, state, head))
+    if (payload.empty() || !follows(to, state, head, announced))
         return;
     if (head.unit_start)
         take_unit_start(to, head.pid, state, payload);
