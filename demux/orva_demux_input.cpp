@@ -29,7 +29,12 @@ int open_descriptor(std::string_view name)
 {
     if (name == "-")
         return fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
-    return open(std::string{name}.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    const std::string path{name};
+    int fd = -1;
+    do // a named pipe waits for its writer
+        fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    while (fd < 0 && errno == EINTR);
+    return fd;
 }
 
 std::uint64_t size_from_here(int fd, const struct stat &about)
