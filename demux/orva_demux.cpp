@@ -28,19 +28,26 @@ using namespace si::demux;
 namespace {
 
 constexpr std::size_t default_carousel_bytes = std::size_t{256} << 20;
+constexpr std::size_t least_carousel_bytes = 65536;
 constexpr std::size_t most_services = 8192;
 constexpr std::uint16_t eit_pid = 0x0012;
 constexpr std::size_t eit_header_bytes = 14; // up to last_table_id
 
 void take_section(OrvaDemux &demux, std::uint16_t pid, si::bytes section);
 
+std::size_t carousel_limit(const OrvaDemuxOptions &options)
+{
+    return options.carousel_bytes == 0
+               ? default_carousel_bytes
+               : std::max<std::size_t>(options.carousel_bytes, least_carousel_bytes);
+}
+
 } // namespace
 
 // Written by the reading thread alone unless it says otherwise.
 struct OrvaDemux {
     explicit OrvaDemux(const OrvaDemuxOptions &with)
-        : realtime{with.realtime != 0}, kept{with.carousel_bytes != 0 ? with.carousel_bytes
-                                                                      : default_carousel_bytes},
+        : realtime{with.realtime != 0}, kept{carousel_limit(with)},
           assembler{
               [this](std::uint16_t pid, si::bytes section) { take_section(*this, pid, section); }}
     {
@@ -81,7 +88,7 @@ void take_section(OrvaDemux &demux, std::uint16_t pid, si::bytes section)
 {
     if (pid == eit_pid && is_long_section(section))
         note_eit_service(demux, section);
-    offer(pid, section, demux.in.live ? 0 : keep(demux.kept, pid, section));
+    offer(pid, section, keep(demux.kept, pid, section));
 }
 
 // Takes the packets of what was read so far.
@@ -174,7 +181,7 @@ OrvaDemux *orva_demux_open(const char *input, const OrvaDemuxOptions *options,
 {
     OrvaDemuxError ignored{};
     OrvaDemuxError &result = error != nullptr ? *error : ignored;
-    if (!open_delivery(false)) {
+    if (!open_delivery()) {
         result = ORVA_DEMUX_BUSY;
         return nullptr;
     }

@@ -107,14 +107,13 @@ delivery &the_delivery()
     return state;
 }
 
-bool open_delivery(bool live)
+bool open_delivery()
 {
     delivery &state = the_delivery();
     const held_lock held{state.lock};
     if (state.open)
         return false;
     state.open = true;
-    state.live = live;
     state.stopping = false;
     state.delivered = 0;
     state.congested = 0;
@@ -151,9 +150,10 @@ delivery_counts count_deliveries()
 {
     delivery &state = the_delivery();
     const urgent_lock held{state};
-    const bool idle = std::ranges::all_of(state.filters, [](const section_filter &filter) {
-        return !is_armed(filter) || (filter.run.completed && filter.batch == nullptr);
-    });
+    const bool idle =
+        !state.running && std::ranges::all_of(state.filters, [](const section_filter &filter) {
+            return !is_armed(filter) || (filter.run.completed && filter.batch == nullptr);
+        });
     return {state.delivered, state.congested, idle};
 }
 
@@ -213,8 +213,7 @@ bool wait_for_room()
         state.pending = pending_sections();
         if (state.pending == 0)
             ++state.epoch;
-        if (state.live ||
-            (state.pending < room && state.lent_count.load(std::memory_order_relaxed) < most_lent))
+        if (state.pending < room && state.lent_count.load(std::memory_order_relaxed) < most_lent)
             return true;
         std::this_thread::sleep_for(pause);
     }
@@ -268,7 +267,15 @@ void offer(std::uint16_t pid, bytes section, std::uint64_t content)
     if (state.armed[pid].load(std::memory_order_relaxed) == 0 || !wait_for_room())
         return;
     held_lock held{state.lock};
-    const steady::time_point now = steady::now();
+    steady::time_point now = steady::now();
+    if (due_batch(state, now, false)) {
+        held.unlock();
+        flush_batches();
+        if (!wait_for_room())
+            return;
+        held.lock();
+        now = steady::now();
+    }
     for (std::uint32_t id = 0; id < state.used_ids; ++id) {
         section_filter &filter = state.filters[id];
         const bool takes = is_armed(filter) && filter.setting.pid == pid &&

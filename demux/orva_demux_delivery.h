@@ -81,7 +81,6 @@ struct delivery {
         work; // for the delivering thread: filters have changed, or it is to stop
     std::condition_variable idle; // for those who wait for a callback to end
     bool open = false;
-    bool live = false;
     std::atomic<bool> stopping = false;
     std::thread::id thread; // the delivering one
     std::array<section_filter, filter_ids> filters;
@@ -119,7 +118,7 @@ public:
 };
 
 // False when it is open already.
-bool open_delivery(bool live);
+bool open_delivery();
 // Ends every wait of the delivering thread.
 void stop_delivery();
 // Frees all filters and buffers, when the delivering thread has ended.

@@ -21,7 +21,6 @@ struct input {
     int fd = -1;
     int wake[2] = {-1, -1}; // a pipe of our own: readable once reading is to stop
     bool regular = false;   // a file: knows its size, never makes its reader wait
-    bool live = false;      // nothing waits for the receiver: what is not taken now is gone
     bool ended = false;
     std::uint64_t size = 0; // of a file from where reading began; 0: not known
     std::uint64_t read = 0; // bytes so far; relaxed

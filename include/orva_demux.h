@@ -43,7 +43,7 @@ typedef enum OrvaDemuxError {
 /** How an input is read. Zero everything that is not wanted. */
 typedef struct OrvaDemuxOptions {
     uint8_t realtime;         /**< 1: pace a file or pipe by its PCR instead of reading at full speed; without PCR no pace */
-    uint32_t carousel_bytes;  /**< memory for the sections kept for filters that are armed late; 0: 256 MiB */
+    uint32_t carousel_bytes;  /**< memory for the sections kept for filters that are armed late; 0: 256 MiB, less than 64 KiB: 64 KiB */
 } OrvaDemuxOptions;
 
 /** What the demultiplexer is doing. */
@@ -86,7 +86,8 @@ typedef struct OrvaDemuxStatus {
  * @return the demultiplexer, to be closed with orva_demux_close; null on failure
  *
  * A regular file is probed here: one that is empty or not a transport stream is refused. A pipe is probed
- * while it is read: see OrvaDemuxStatus. Opening a named pipe waits for its writer.
+ * while it is read: see OrvaDemuxStatus. Opening a named pipe waits for its writer. The carousel begins at the end
+ * of the input: a pipe that stays open but silent never reaches it.
  */
 ORVA_SI_API OrvaDemux *orva_demux_open(const char *input, const OrvaDemuxOptions *options, OrvaDemuxError *error);
 

@@ -119,6 +119,80 @@ TEST_F(Limits, WhatWasGivenIsForgottenAboveALimit)
     EXPECT_EQ(std::ranges::count(given, again), 1);
 }
 
+// The first pass: sections of another filter, taken slowly, follow those of a short batch.
+TEST_F(Limits, ShortBatchGoesOutWhileOthersKeepTheFirstPassBusy)
+{
+    std::vector<octets> others;
+    for (unsigned i = 0; i < 40; ++i)
+        others.push_back(make(eit{.table_id = 0x50, .service = static_cast<std::uint16_t>(i)}));
+    stream ts;
+    ts.section(0x11, make(sdt{.table_id = 0x46}));
+    ts.sections(0x12, others);
+    std::uint32_t busy = SI_NO_FILTER;
+    on_each_section([&](std::uint32_t id, const octets &) {
+        if (id == busy)
+            std::this_thread::sleep_for(10ms);
+    });
+    open(ts);
+    busy = add();
+    const std::uint32_t batched = add();
+    load(busy, on_pid(0x12));
+    load(batched, in_batches(on_pid(0x11), 10));
+    ASSERT_TRUE(eventually([&] { return sections(batched).size() == 1; }));
+    EXPECT_EQ(status().state, ORVA_DEMUX_READING);
+    EXPECT_LT(sections(busy).size(), 30u);
+}
+
+TEST_F(Limits, IsNotIdleWhileTheLastBatchIsDelivered)
+{
+    open(stream{}.section(0x11, make(sdt{.table_id = 0x46})));
+    const std::uint32_t quiet = arm(on_pid(0x1FFE));
+    ASSERT_TRUE(reaches(ORVA_DEMUX_CAROUSEL) && idle());
+    std::atomic<int> seen = -1;
+    on_each_section([&](std::uint32_t, const octets &) { seen = status().idle; });
+    handler().RemoveSecFilter(0, quiet);
+    arm(in_batches(on_pid(0x11), 10));
+    ASSERT_TRUE(eventually([&] { return seen != -1; }));
+    EXPECT_EQ(seen, 0);
+    EXPECT_TRUE(idle());
+}
+
+TEST_F(Limits, SmallestCarouselHas64KiB)
+{
+    std::vector<octets> list;
+    for (unsigned i = 0; i < 100; ++i)
+        list.push_back(make(eit{.table_id = 0x50, .service = static_cast<std::uint16_t>(i)}));
+    open(file(stream{}.sections(0x12, list).bytes), {.realtime = 0, .carousel_bytes = 1});
+    arm(on_pid(0x1FFE));
+    ASSERT_TRUE(reaches(ORVA_DEMUX_CAROUSEL));
+    EXPECT_EQ(status().evicted, 0u);
+}
+
+TEST_F(Limits, AnnouncedDiscontinuityOfAPacketInOrderCutsNothing)
+{
+    const octets one =
+        make(eit{.table_id = 0x50, .events = {eit_event{.descriptors = {octets(252, 0x20)}}}});
+    const auto part = [&](std::size_t from, std::size_t to) {
+        return octets{one.begin() + static_cast<std::ptrdiff_t>(from),
+                      one.begin() + static_cast<std::ptrdiff_t>(std::min(to, one.size()))};
+    };
+    octets first{0};
+    const octets begin = part(0, 183);
+    first.insert(first.end(), begin.begin(), begin.end());
+    stream ts;
+    ts.packet(0x12, first, {.start = true, .continuity = 3});
+    ts.packet(0x12, part(183, one.size()), {.continuity = 4, .adaptation = {0x80}});
+    ts.packet(0x12, part(183, one.size()), {.continuity = 4, .adaptation = {0x80}});
+    open(ts);
+    const std::uint32_t id = arm(on_pid(0x12));
+    ASSERT_TRUE(eventually([&] { return sections(id).size() == 1; }));
+    ASSERT_TRUE(reaches(ORVA_DEMUX_CAROUSEL));
+    EXPECT_EQ(sections(id)[0], one);
+    EXPECT_EQ(status().cut_sections, 0u);
+    EXPECT_EQ(status().duplicates, 1u);
+    EXPECT_EQ(status().continuity_errors, 0u);
+}
+
 // Packets of PID 0x100 behind time stamps of four bytes that a function gives.
 template <class Stamp>
 octets stamped(unsigned count, Stamp stamp)
