@@ -185,7 +185,7 @@ TEST_F(Limits, AnnouncedDiscontinuityOfAPacketInOrderCutsNothing)
     ts.packet(0x12, part(183, one.size()), {.continuity = 4, .adaptation = {0x80}});
     open(ts);
     const std::uint32_t id = arm(on_pid(0x12));
-    ASSERT_TRUE(eventually([&] { return sections(id).size() == 1; }));
+    ASSERT_TRUE(eventually([&] { return !sections(id).empty(); }));
     ASSERT_TRUE(reaches(ORVA_DEMUX_CAROUSEL));
     EXPECT_EQ(sections(id)[0], one);
     EXPECT_EQ(status().cut_sections, 0u);
