@@ -5,6 +5,7 @@
 #include "dvb_text.h"
 #include "multiplex.h"
 #include "orva_si.h"
+#include "terminal.h"
 
 namespace tool {
 namespace {
@@ -94,6 +95,9 @@ public:
     }
 
 private:
+    // A signal during the scan asks for what is there; one that comes now ends the asking itself.
+    bool interrupted() const { return received_signal() != signal_before; }
+
     template <class Ask>
     std::optional<label> name(Ask ask) const
     {
@@ -107,11 +111,14 @@ private:
         const std::vector<section> sections = stored_sections(nits);
         std::vector<network> found;
         for (const std::uint16_t id :
-             without_repeats(list_of<std::uint16_t>(Orva_Si_GetNitAllNetworkList)))
+             without_repeats(list_of<std::uint16_t>(Orva_Si_GetNitAllNetworkList))) {
+            if (interrupted())
+                break;
             found.push_back({id, id == current, name([id](SiDvbString *text) {
                                  return Orva_Si_GetNetworkName(id, text);
                              }),
                              transport_streams(id, sections)});
+        }
         return found;
     }
 
@@ -180,6 +187,8 @@ private:
             id_set wanted{list_of<std::uint16_t>(
                 [ts](auto *list, auto *count) { return Orva_Si_GetServIdList(ts, list, count); })};
             for (const described_in &entry : described) {
+                if (interrupted())
+                    return found;
                 const std::uint16_t sid = entry.service.service_id;
                 if (entry.transport_stream_id != ts || !wanted.take(sid))
                     continue;
@@ -213,12 +222,15 @@ private:
         return found;
     }
 
-    static std::vector<program> programs()
+    std::vector<program> programs() const
     {
         std::vector<program> found;
         for (const std::uint16_t number :
-             list_of<std::uint16_t, std::int32_t>(Orva_Si_GetPatProgList))
+             list_of<std::uint16_t, std::int32_t>(Orva_Si_GetPatProgList)) {
+            if (interrupted())
+                break;
             found.push_back(one_program(number));
+        }
         return found;
     }
 
@@ -292,6 +304,8 @@ private:
     {
         std::vector<bouquet> found;
         for (const std::uint16_t id : list_of<std::uint16_t>(Orva_Si_GetBouquetIdList)) {
+            if (interrupted())
+                break;
             bouquet one{
                 id,
                 name([id](SiDvbString *text) { return Orva_Si_GetBouquetNameById(id, text); }),
@@ -309,6 +323,7 @@ private:
     }
 
     const std::string &default_table;
+    int signal_before = received_signal();
 };
 
 std::string hexadecimal(bytes data)

@@ -186,19 +186,22 @@ int run_scan(const options &chosen)
     session input;
     if (const auto refused = input.open(chosen))
         return *refused;
-    const outcome result = scan(input, chosen);
+    outcome result = scan(input, chosen);
     if (result.how == ending::input_failed) {
         complain(input_error_text(chosen.input, result.status.error, 0));
         return input_error_status(result.status.error);
     }
     multiplex found = collect(chosen.charset);
+    if (received_signal() != 0)
+        result.how = ending::signal;
     int status = judge(result, found, chosen);
     if (chosen.program && !keep_program(found, *chosen.program) && status == exit_complete) {
         complain(input_name(chosen.input) + ": no program or service " +
                  std::to_string(*chosen.program));
         status = exit_failure;
     }
-    const bool printed = print(chosen.json ? json_report(found, chosen.input, result.complete)
+    const bool complete = result.complete && result.how != ending::signal;
+    const bool printed = print(chosen.json ? json_report(found, chosen.input, complete)
                                            : text_report(found, output_columns(), chosen.verbose));
     return printed ? status : exit_failure;
 }
