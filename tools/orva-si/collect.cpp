@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include <algorithm>
 #include <array>
+#include <map>
+#include <tuple>
+#include <utility>
 
 #include "dvb_text.h"
 #include "multiplex.h"
@@ -119,6 +122,9 @@ private:
                              }),
                              transport_streams(id, sections)});
         }
+        std::stable_sort(found.begin(), found.end(), [](const network &a, const network &b) {
+            return std::pair{!a.actual, a.network_id} < std::pair{!b.actual, b.network_id};
+        });
         return found;
     }
 
@@ -130,9 +136,15 @@ private:
         auto listed = list_of<std::uint16_t>([=](auto *list, auto *count) {
             return Orva_Si_GetTsGrpByNetworkId(network_id, list, count);
         });
+        const auto is_own = [=](const section &nit) { return nit.extension == network_id; };
+        // The store may have a network as the actual one and, from before, as another.
+        const bool has_actual =
+            std::any_of(sections.begin(), sections.end(), [&](const section &nit) {
+                return is_own(nit) && nit.table_id == nit_actual_table;
+            });
         std::vector<transport_stream> found;
         for (const section &nit : sections) {
-            if (nit.extension != network_id)
+            if (!is_own(nit) || (has_actual && nit.table_id != nit_actual_table))
                 continue;
             for (const network_stream &stream : network_streams(nit.data)) {
                 const auto own =
@@ -161,64 +173,74 @@ private:
 
     // A service as an SDT describes it, with the stream that the SDT is about.
     struct described_in {
+        table_id table;
         std::uint16_t transport_stream_id;
         described_service service;
     };
 
+    // The tuned stream first, then by the ids of the streams; the services of one as broadcast.
     static std::vector<described_in> all_described()
     {
-        constexpr table_id sdts[] = {sdt_actual_table, sdt_other_table};
         std::vector<described_in> all;
-        for (const section &sdt : stored_sections(sdts))
-            for (described_service &service : described_services(sdt.data))
-                all.push_back({sdt.extension, std::move(service)});
+        for (const table_id sdt_table : {sdt_actual_table, sdt_other_table})
+            for (const section &sdt : stored_sections({&sdt_table, 1}))
+                for (described_service &service : described_services(sdt.data))
+                    all.push_back({sdt_table, sdt.extension, std::move(service)});
+        std::stable_sort(all.begin(), all.end(), [](const auto &a, const auto &b) {
+            const auto key = [](const described_in &d) {
+                return std::tuple{d.table == sdt_other_table, d.service.original_network_id,
+                                  d.transport_stream_id};
+            };
+            return key(a) < key(b);
+        });
         return all;
     }
 
-    // The services of each stream that the library lists, in the order of broadcast.
+    // The services that the library lists. Their particulars come from the one walk of the SDTs:
+    // a question to the library about each would search its whole store every time.
     std::vector<service> services() const
     {
-        const std::vector<described_in> described = all_described();
         const auto actual = value_of<std::uint16_t>(Orva_Si_GetActTsId);
         const id_set actual_ids{list_of<std::uint16_t>(Orva_Si_GetActServIdList)};
+        std::map<std::uint16_t, id_set> wanted;
+        for (const std::uint16_t ts : list_of<std::uint16_t>(Orva_Si_GetSdtAllTsList)) {
+            if (interrupted())
+                return {};
+            if (!wanted.contains(ts))
+                wanted.emplace(ts, list_of<std::uint16_t>([ts](auto *list, auto *count) {
+                                   return Orva_Si_GetServIdList(ts, list, count);
+                               }));
+        }
         std::vector<service> found;
-        for (const std::uint16_t ts :
-             without_repeats(list_of<std::uint16_t>(Orva_Si_GetSdtAllTsList))) {
-            id_set wanted{list_of<std::uint16_t>(
-                [ts](auto *list, auto *count) { return Orva_Si_GetServIdList(ts, list, count); })};
-            for (const described_in &entry : described) {
-                if (interrupted())
-                    return found;
-                const std::uint16_t sid = entry.service.service_id;
-                if (entry.transport_stream_id != ts || !wanted.take(sid))
-                    continue;
-                found.push_back(one_service(entry));
-                found.back().actual = ts == actual && actual_ids.has(sid);
-            }
+        for (const described_in &entry : all_described()) {
+            const std::uint16_t ts = entry.transport_stream_id;
+            const std::uint16_t sid = entry.service.service_id;
+            const auto left = wanted.find(ts);
+            if (interrupted())
+                break;
+            if (left == wanted.end() || !left->second.take(sid))
+                continue;
+            found.push_back(one_service(entry));
+            found.back().actual = ts == actual && actual_ids.has(sid);
         }
         return found;
     }
 
     service one_service(const described_in &entry) const
     {
-        const std::uint16_t ts = entry.transport_stream_id;
-        const std::uint16_t sid = entry.service.service_id;
-        const auto bits = [=](auto getter) {
-            return value_of<std::uint8_t>(
-                [=](std::uint8_t *value) { return getter(ts, sid, value); });
-        };
+        const described_service &told = entry.service;
         service found;
-        // One transport_stream_id may stand for streams of several networks: the section tells.
-        found.original_network_id = entry.service.original_network_id;
-        found.transport_stream_id = ts;
-        found.service_id = sid;
-        found.name = name([=](SiDvbString *text) { return Orva_Si_GetServName(ts, sid, text); });
-        found.provider = one_line(dvb_text(entry.service.provider, default_table));
-        found.service_type = bits(Orva_Si_GetServType);
-        found.running_status = bits(Orva_Si_GetServRunningStatus);
-        found.free_ca_mode = bits(Orva_Si_GetServFreeCaMode);
-        found.eit_schedule = bits(Orva_Si_GetServEitSchedFlag);
-        found.eit_present_following = bits(Orva_Si_GetServEitPfFlag);
+        found.original_network_id = told.original_network_id;
+        found.transport_stream_id = entry.transport_stream_id;
+        found.service_id = told.service_id;
+        if (told.service_type)
+            found.name = label_of(told.name, default_table);
+        found.provider = one_line(dvb_text(told.provider, default_table));
+        found.service_type = told.service_type;
+        found.running_status = told.running_status;
+        found.free_ca_mode = told.free_ca_mode;
+        found.eit_schedule = told.eit_schedule;
+        found.eit_present_following = told.eit_present_following;
         return found;
     }
 
@@ -303,7 +325,9 @@ private:
     std::vector<bouquet> bouquets() const
     {
         std::vector<bouquet> found;
-        for (const std::uint16_t id : list_of<std::uint16_t>(Orva_Si_GetBouquetIdList)) {
+        auto ids = list_of<std::uint16_t>(Orva_Si_GetBouquetIdList);
+        std::sort(ids.begin(), ids.end());
+        for (const std::uint16_t id : ids) {
             if (interrupted())
                 break;
             bouquet one{
