@@ -501,7 +501,7 @@ TEST(EndlessPipe, ThatIsSilentEndsWhenTheTimeIsOver)
     close(ends[0]);
     const ended result = tool.wait();
     close(ends[1]);
-    expect_refusal(result, 4, "no sections");
+    expect_refusal(result, 4, "nothing came");
     EXPECT_LT(result.took, 8s);
 }
 

@@ -62,7 +62,8 @@ void add_options(CLI::App &app, options &chosen)
     app.add_flag("-q,--quiet", chosen.quiet, "Say nothing but errors");
     app.add_option("--log-level", chosen.log_level, "Log of the library: 1 fatal ... 5 verbose [1]")
         ->type_name("1..5")
-        ->check(CLI::Range(1, 5).description(""));
+        ->check(CLI::Range(1, 5).description(""))
+        ->each([&chosen](const std::string &) { chosen.log_asked = true; });
 }
 
 std::string usage_hint(const CLI::App *about)

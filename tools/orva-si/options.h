@@ -28,6 +28,7 @@ struct options {
     std::optional<double> seconds;        // --for
     std::optional<std::uint16_t> program; // --program
     std::uint32_t log_level = 1;
+    bool log_asked = false; // --log-level was given
     bool json = false;
     bool realtime = false;
     bool verbose = false;

@@ -115,7 +115,7 @@ outcome scan(const session &input, const options &chosen)
     }
     if (received_signal() != 0)
         result.how = ending::signal;
-    result.complete = running.get() == ORVA_SI_OK;
+    result.complete = running.get() == ORVA_SI_OK && session::times_full() == 0;
     result.status = input.status();
     return result;
 }
@@ -135,6 +135,8 @@ std::string shortfall(const outcome &of)
         return "interrupted: what came until now is printed";
     if (of.how == ending::time_over)
         return "the time given is over: what came until now is printed";
+    if (session::times_full() != 0)
+        return "the library's store is full: what came after that is missing";
     const std::string missing = listed(store_view{}.incomplete());
     return missing.empty() ? "the scan failed" : "incomplete: " + missing;
 }
@@ -151,6 +153,37 @@ void tell_statistics(const OrvaDemuxStatus &status, const options &chosen)
              " cut, " + std::to_string(status.bad_sections) + " malformed");
 }
 
+std::size_t programs_in_pat()
+{
+    constexpr std::size_t entry = 4; // program_number and PID
+    constexpr table_id pat = pat_table;
+    std::size_t total = 0;
+    for (const section &part : stored_sections({&pat, 1})) {
+        const auto body = payload(part.data);
+        for (bytes rest = body.value_or(bytes{}); rest.size() >= entry; rest = rest.subspan(entry))
+            total += rest[0] != 0 || rest[1] != 0 ? 1 : 0; // program 0 names the NIT
+    }
+    return total;
+}
+
+// What the scan does not wait for, or does not keep.
+void tell_programs(const multiplex &found, const options &chosen)
+{
+    constexpr std::size_t most_programs = 255;
+    const auto lacking = std::count_if(found.programs.begin(), found.programs.end(),
+                                       [](const program &p) { return !p.pcr_pid; });
+    const std::string total = std::to_string(found.programs.size());
+    if (chosen.quiet)
+        return;
+    const std::string name = input_name(chosen.input) + ": ";
+    if (lacking != 0)
+        complain(name + "no PMT of " + std::to_string(lacking) + " of " + total + " programs");
+    const std::size_t in_pat = programs_in_pat();
+    if (in_pat > found.programs.size() && found.programs.size() >= most_programs)
+        complain(name + "the PAT lists " + std::to_string(in_pat) + " programs, of which " + total +
+                 " are kept");
+}
+
 // Says on standard error what the results lack; the exit status.
 int judge(const outcome &of, const multiplex &found, const options &chosen)
 {
@@ -159,6 +192,10 @@ int judge(const outcome &of, const multiplex &found, const options &chosen)
         tell_statistics(of.status, chosen);
     if (of.status.error != ORVA_DEMUX_OK)
         complain(input_error_text(chosen.input, of.status.error, 0));
+    if (of.status.bytes == 0 && found.empty() && of.how != ending::signal) {
+        complain(name + "nothing came");
+        return exit_no_sections;
+    }
     if (of.how == ending::signal) {
         complain(name + shortfall(of));
         return exit_by_signal + received_signal();
@@ -167,6 +204,7 @@ int judge(const outcome &of, const multiplex &found, const options &chosen)
         complain(name + "no sections of PAT, NIT, SDT or BAT");
         return exit_no_sections;
     }
+    tell_programs(found, chosen);
     if (!of.complete) {
         complain(name + shortfall(of));
         return exit_partial;
@@ -195,10 +233,11 @@ int run_scan(const options &chosen)
     if (received_signal() != 0)
         result.how = ending::signal;
     int status = judge(result, found, chosen);
-    if (chosen.program && !keep_program(found, *chosen.program) && status == exit_complete) {
+    if (chosen.program && !keep_program(found, *chosen.program) &&
+        (status == exit_complete || status == exit_partial)) {
         complain(input_name(chosen.input) + ": no program or service " +
                  std::to_string(*chosen.program));
-        status = exit_failure;
+        status = status == exit_complete ? exit_failure : status;
     }
     const bool complete = result.complete && result.how != ending::signal;
     const bool printed = print(chosen.json ? json_report(found, chosen.input, complete)

@@ -16,6 +16,7 @@ namespace tool {
 using bytes = std::span<const std::uint8_t>;
 
 enum table_id : std::uint8_t {
+    pat_table = 0x00,
     pmt_table = 0x02,
     nit_actual_table = 0x40,
     nit_other_table = 0x41,

@@ -4,8 +4,12 @@
 #include <cerrno>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
+#include <string_view>
 #include <thread>
 
 #include "orva_si.h"
@@ -20,6 +24,25 @@ using namespace std::chrono_literals;
 std::uint32_t no_news(std::uint32_t, std::uint32_t, SiWord, std::uint32_t)
 {
     return 0;
+}
+
+std::atomic<unsigned> full_total{0};
+std::atomic<bool> log_is_wanted{false};
+
+// The library says for every section that its store has no room for it: counted, and shown only to
+// those who asked for the log.
+void hear(void *, OrvaDebugCategory *category, std::uint32_t level, const char *file,
+          const char *function, std::uint32_t line, const char *text)
+{
+    constexpr std::array<std::string_view, 2> full{"fatal error: cannot malloc memory!!!\n",
+                                                   "fatal error: cant malloc memory!!!\n"};
+    const std::string_view said{text};
+    const bool is_full = level == 1 && (said == full[0] || said == full[1]);
+    full_total += is_full ? 1 : 0;
+    if (is_full && !log_is_wanted)
+        return;
+    std::fprintf(stderr, "%s %u %s:%u %s: %s%s", orva_debug_category_name(category), level, file,
+                 line, function, text, said.ends_with('\n') ? "" : "\n");
 }
 
 // The library's thread creates the store a moment after the start.
@@ -42,6 +65,7 @@ session::~session()
     if (initialised)
         Orva_Si_DeInit();
     orva_demux_close(demux);
+    orva_debug_set_sink(nullptr, nullptr);
 }
 
 std::optional<int> session::open(const options &chosen)
@@ -63,6 +87,8 @@ std::optional<int> session::open(const options &chosen)
         return input_error_status(error);
     }
     __orva_debug_min = chosen.log_level;
+    log_is_wanted = chosen.log_asked;
+    orva_debug_set_sink(hear, nullptr);
     initialised = Orva_Si_Init(orva_demux_handler()) == ORVA_SI_OK;
     if (received_signal() != 0)
         return exit_by_signal + received_signal();
@@ -79,6 +105,11 @@ OrvaDemuxStatus session::status() const
     OrvaDemuxStatus status = {};
     orva_demux_get_status(demux, &status);
     return status;
+}
+
+unsigned session::times_full()
+{
+    return full_total;
 }
 
 std::string input_error_text(const std::string &input, OrvaDemuxError error, int system_error)

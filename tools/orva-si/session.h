@@ -23,6 +23,8 @@ public:
     std::optional<int> open(const options &chosen);
 
     OrvaDemuxStatus status() const;
+    // How often the library found its store full: what it holds is not all that came.
+    static unsigned times_full();
 
 private:
     OrvaDemux *demux = nullptr;
