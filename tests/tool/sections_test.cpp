@@ -143,9 +143,6 @@ TEST(DescribedServices, GiveNetworkAndProvider)
     EXPECT_EQ(services[0].original_network_id, 0x2114);
     EXPECT_EQ(services[0].service_id, 5);
     EXPECT_EQ((std::string{services[0].provider.begin(), services[0].provider.end()}), "Somebody");
-    EXPECT_EQ(services[0].service_type, 1);
-    EXPECT_EQ((std::string{services[0].name.begin(), services[0].name.end()}), "News");
-    EXPECT_FALSE(services[1].service_type);
     EXPECT_TRUE(services[1].provider.empty());
 }
 

@@ -196,8 +196,7 @@ private:
         return all;
     }
 
-    // The services that the library lists. Their particulars come from the one walk of the SDTs:
-    // a question to the library about each would search its whole store every time.
+    // The services that the library lists, in the order of the SDTs.
     std::vector<service> services() const
     {
         const auto actual = value_of<std::uint16_t>(Orva_Si_GetActTsId);
@@ -228,19 +227,24 @@ private:
 
     service one_service(const described_in &entry) const
     {
-        const described_service &told = entry.service;
+        const std::uint16_t ts = entry.transport_stream_id;
+        const std::uint16_t sid = entry.service.service_id;
+        const auto bits = [=](auto getter) {
+            return value_of<std::uint8_t>(
+                [=](std::uint8_t *value) { return getter(ts, sid, value); });
+        };
         service found;
-        found.original_network_id = told.original_network_id;
-        found.transport_stream_id = entry.transport_stream_id;
-        found.service_id = told.service_id;
-        if (told.service_type)
-            found.name = label_of(told.name, default_table);
-        found.provider = one_line(dvb_text(told.provider, default_table));
-        found.service_type = told.service_type;
-        found.running_status = told.running_status;
-        found.free_ca_mode = told.free_ca_mode;
-        found.eit_schedule = told.eit_schedule;
-        found.eit_present_following = told.eit_present_following;
+        // One transport_stream_id may stand for streams of several networks: the section tells.
+        found.original_network_id = entry.service.original_network_id;
+        found.transport_stream_id = ts;
+        found.service_id = sid;
+        found.name = name([=](SiDvbString *text) { return Orva_Si_GetServName(ts, sid, text); });
+        found.provider = one_line(dvb_text(entry.service.provider, default_table));
+        found.service_type = bits(Orva_Si_GetServType);
+        found.running_status = bits(Orva_Si_GetServRunningStatus);
+        found.free_ca_mode = bits(Orva_Si_GetServFreeCaMode);
+        found.eit_schedule = bits(Orva_Si_GetServEitSchedFlag);
+        found.eit_present_following = bits(Orva_Si_GetServEitPfFlag);
         return found;
     }
 

@@ -330,30 +330,18 @@ std::vector<described_service> described_services(bytes sdt)
     const std::uint16_t onid = in.u16();
     in.u8(); // reserved
     while (in.more()) {
-        described_service service;
-        service.original_network_id = onid;
-        service.service_id = in.u16();
-        const std::uint8_t eit = in.u8();
-        service.eit_schedule = eit >> 1 & 1;
-        service.eit_present_following = eit & 1;
-        const std::uint16_t state_and_length = in.u16();
-        service.running_status = static_cast<std::uint8_t>(state_and_length >> 13);
-        service.free_ca_mode = state_and_length >> 12 & 1;
-        const byte_reader descriptors = in.nested(state_and_length & 0x0FFF);
+        described_service service{onid, in.u16(), {}};
+        in.u8(); // EIT flags
+        const byte_reader descriptors = nested12(in);
         if (!in.ok)
             break;
         each_descriptor(descriptors, [&](const descriptor &d) {
-            if (d.tag != service_descriptor || service.service_type)
+            if (d.tag != service_descriptor || !service.provider.empty())
                 return;
-            byte_reader fields{d.data};
-            const std::uint8_t type = fields.u8();
-            const bytes provider = fields.nested8().all();
-            const bytes name = fields.nested8().all();
-            if (!fields.ok)
-                return;
-            service.service_type = type;
+            byte_reader names{d.data};
+            names.u8(); // service_type
+            const bytes provider = names.nested8().all();
             service.provider.assign(provider.begin(), provider.end());
-            service.name.assign(name.begin(), name.end());
         });
         services.push_back(std::move(service));
     }

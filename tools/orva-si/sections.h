@@ -64,14 +64,7 @@ std::vector<network_stream> network_streams(bytes nit);
 struct described_service {
     std::uint16_t original_network_id = 0;
     std::uint16_t service_id = 0;
-    std::uint8_t eit_schedule = 0;
-    std::uint8_t eit_present_following = 0;
-    std::uint8_t running_status = 0;
-    std::uint8_t free_ca_mode = 0;
-    // Of the first service_descriptor, if there is one.
-    std::optional<std::uint8_t> service_type;
     std::vector<std::uint8_t> provider; // service_provider_name as broadcast
-    std::vector<std::uint8_t> name;     // service_name as broadcast
 };
 
 std::vector<described_service> described_services(bytes sdt);
