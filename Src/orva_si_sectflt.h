@@ -160,6 +160,8 @@ std::uint32_t serve(filter_task &task, pid_filter &record, task_item &item) SI_N
 void silence_unless_armed(const pid_filter &record) SI_NEEDS(pool);
 // Takes a record away from the item it serves, which is pending again.
 void displace(pid_filter &record) SI_NEEDS(pool);
+// The same, and switches the filter off when it runs.
+void switch_off(pid_filter &record) SI_NEEDS(pool);
 // Gives the task's first filter to an item that is never to lose it.
 void serve_first(filter_task &task, task_item &item) SI_NEEDS(pool);
 

@@ -328,14 +328,9 @@ void drop_null_items(site here, filter_task &task) SI_NEEDS(pool)
 
 void free_filter_of(filter_task &task, const task_item &item) SI_NEEDS(pool)
 {
-    for (pid_filter &record : filters(task)) {
-        if (record.item != &item)
-            continue;
-        const bool was_enabled = record.enabled != 0;
-        displace(record);
-        if (was_enabled)
-            Si_SectFlt_DisableSecFilter(demux_index, record.filter_id);
-    }
+    for (pid_filter &record : filters(task))
+        if (record.item == &item)
+            switch_off(record);
 }
 
 task_item_eit *find_duplicate(GSList *later, const task_item_eit &of)

@@ -162,10 +162,7 @@ void log_counts(site here, const filter_task &task)
 // Gives a record back to the pool. What it served is pending again.
 void return_filter(filter_task &task, pid_filter &record) SI_NEEDS(pool)
 {
-    const bool was_enabled = record.enabled != 0;
-    displace(record);
-    if (was_enabled)
-        Si_SectFlt_DisableSecFilter(demux_index, record.filter_id);
+    switch_off(record);
     record.used = 0;
     --task.filter_count;
 }
@@ -278,6 +275,14 @@ void displace(pid_filter &record)
     record.item = nullptr;
 }
 
+void switch_off(pid_filter &record)
+{
+    const bool was_enabled = record.enabled != 0;
+    displace(record);
+    if (was_enabled)
+        Si_SectFlt_DisableSecFilter(demux_index, record.filter_id);
+}
+
 void serve_first(filter_task &task, task_item &item)
 {
     for (pid_filter &record : filters(task)) {
@@ -381,8 +386,7 @@ bool time_out(site here, pid_filter &record, std::uint16_t limit)
     if (record.ticks++ < limit)
         return false;
     SI_LOG_AT(here, level::notice, "Filter %d time out: %d!\n", record.filter_id, record.ticks);
-    displace(record);
-    Si_SectFlt_DisableSecFilter(demux_index, record.filter_id);
+    switch_off(record);
     return true;
 }
 
