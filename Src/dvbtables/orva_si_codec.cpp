@@ -88,6 +88,11 @@ dvb_bat_section *bat_codec(section_ext *section)
     return bat != nullptr ? with_bounded_loop(bat, dvb_bat_section_part2(bat)) : nullptr;
 }
 
+dvb_eit_section *eit_codec(section_ext *section)
+{
+    return dvb_eit_section_codec(section);
+}
+
 mpeg_pat_section *pat_codec(section_ext *section)
 {
     return mpeg_pat_section_codec(section);

@@ -8,6 +8,7 @@
 #define SRC_DVBTABLES_ORVA_SI_CODEC_H
 
 #include <libucsi/dvb/bat_section.h>
+#include <libucsi/dvb/eit_section.h>
 #include <libucsi/dvb/nit_section.h>
 #include <libucsi/dvb/sdt_section.h>
 #include <libucsi/mpeg/pat_section.h>
@@ -42,6 +43,7 @@ section_ext *load_section(std::span<std::uint8_t> buffer, const std::uint8_t *st
 dvb_sdt_section *sdt_codec(section_ext *section);
 dvb_nit_section *nit_codec(section_ext *section);
 dvb_bat_section *bat_codec(section_ext *section);
+dvb_eit_section *eit_codec(section_ext *section);
 mpeg_pat_section *pat_codec(section_ext *section);
 mpeg_pmt_section *pmt_codec(section_ext *section);
 

@@ -9,13 +9,27 @@
 
 #include <libucsi/dvb/ac3_descriptor.h>
 #include <libucsi/dvb/bouquet_name_descriptor.h>
+#include <libucsi/dvb/ca_identifier_descriptor.h>
+#include <libucsi/dvb/cable_delivery_descriptor.h>
 #include <libucsi/dvb/component_descriptor.h>
+#include <libucsi/dvb/content_descriptor.h>
+#include <libucsi/dvb/data_broadcast_id_descriptor.h>
 #include <libucsi/dvb/descriptor.h>
+#include <libucsi/dvb/extended_event_descriptor.h>
+#include <libucsi/dvb/frequency_list_descriptor.h>
+#include <libucsi/dvb/multilingual_network_name_descriptor.h>
+#include <libucsi/dvb/multilingual_service_name_descriptor.h>
 #include <libucsi/dvb/network_name_descriptor.h>
+#include <libucsi/dvb/parental_rating_descriptor.h>
+#include <libucsi/dvb/private_data_specifier_descriptor.h>
+#include <libucsi/dvb/satellite_delivery_descriptor.h>
 #include <libucsi/dvb/service_descriptor.h>
 #include <libucsi/dvb/service_list_descriptor.h>
+#include <libucsi/dvb/service_move_descriptor.h>
+#include <libucsi/dvb/short_event_descriptor.h>
 #include <libucsi/dvb/subtitling_descriptor.h>
 #include <libucsi/dvb/teletext_descriptor.h>
+#include <libucsi/dvb/terrestrial_delivery_descriptor.h>
 #include <libucsi/mpeg/ca_descriptor.h>
 #include <libucsi/mpeg/descriptor.h>
 #include <libucsi/mpeg/iso_639_language_descriptor.h>
@@ -50,6 +64,10 @@ inline std::size_t extent(const dvb_nit_transport &entry)
 inline std::size_t extent(const mpeg_pmt_stream &entry)
 {
     return sizeof entry + entry.es_info_length;
+}
+inline std::size_t extent(const dvb_eit_event &entry)
+{
+    return sizeof entry + entry.descriptors_loop_length;
 }
 
 // A loop walked with libucsi's accessors; ends before the first entry that does not lie wholly in
@@ -148,6 +166,12 @@ inline auto transports(dvb_bat_section &bat)
                      end_of_section(bat)};
 }
 
+inline auto events(dvb_eit_section &section)
+{
+    return ucsi_loop{section, dvb_eit_section_events_first(&section), dvb_eit_section_events_next,
+                     end_of_section(section)};
+}
+
 // ---- Descriptor loops
 
 inline auto descriptors(mpeg_pmt_section &pmt)
@@ -183,6 +207,12 @@ inline auto descriptors(dvb_nit_transport &transport)
                      behind(transport, transport.transport_descriptors_length)};
 }
 
+inline auto descriptors(dvb_eit_event &event)
+{
+    return ucsi_loop{event, dvb_eit_event_descriptors_first(&event), dvb_eit_event_descriptors_next,
+                     behind(event, event.descriptors_loop_length)};
+}
+
 // ---- Loops of descriptors
 
 inline auto services(dvb_service_list_descriptor &list)
@@ -190,29 +220,72 @@ inline auto services(dvb_service_list_descriptor &list)
     return ucsi_loop{list, dvb_service_list_descriptor_services_first(&list),
                      dvb_service_list_descriptor_services_next, behind(list, list.d.len)};
 }
+inline auto languages(mpeg_iso_639_language_descriptor &list)
+{
+    return ucsi_loop{list, mpeg_iso_639_language_descriptor_languages_first(&list),
+                     mpeg_iso_639_language_descriptor_languages_next, behind(list, list.d.len)};
+}
+inline auto pages(dvb_teletext_descriptor &teletext)
+{
+    return ucsi_loop{teletext, dvb_teletext_descriptor_entries_first(&teletext),
+                     dvb_teletext_descriptor_entries_next, behind(teletext, teletext.d.len)};
+}
+inline auto subtitles(dvb_subtitling_descriptor &subtitling)
+{
+    return ucsi_loop{subtitling, dvb_subtitling_descriptor_subtitles_first(&subtitling),
+                     dvb_subtitling_descriptor_subtitles_next,
+                     behind(subtitling, subtitling.d.len)};
+}
+inline auto genres(dvb_content_descriptor &content)
+{
+    return ucsi_loop{content, dvb_content_descriptor_nibbles_first(&content),
+                     dvb_content_descriptor_nibbles_next, behind(content, content.d.len)};
+}
+inline auto ratings(dvb_parental_rating_descriptor &rating)
+{
+    return ucsi_loop{rating, dvb_parental_rating_descriptor_ratings_first(&rating),
+                     dvb_parental_rating_descriptor_ratings_next, behind(rating, rating.d.len)};
+}
 
 // ---- Descriptors by type: tag and codec
 
 template <class Descriptor>
 struct ucsi_descriptor;
 
-#define SI_UCSI_DESCRIPTOR(family, name)                                                           \
+#define SI_UCSI_DESCRIPTOR_AS(name, dtag)                                                          \
     template <>                                                                                    \
-    struct ucsi_descriptor<family##_##name##_descriptor> {                                         \
-        static constexpr std::uint8_t tag = dtag_##family##_##name;                                \
-        static auto *decode(descriptor &d) { return family##_##name##_descriptor_codec(&d); }      \
+    struct ucsi_descriptor<name##_descriptor> {                                                    \
+        static constexpr std::uint8_t tag = dtag;                                                  \
+        static auto *decode(descriptor &d) { return name##_descriptor_codec(&d); }                 \
     }
+#define SI_UCSI_DESCRIPTOR(family, name)                                                           \
+    SI_UCSI_DESCRIPTOR_AS(family##_##name, dtag_##family##_##name)
 SI_UCSI_DESCRIPTOR(mpeg, ca);
 SI_UCSI_DESCRIPTOR(mpeg, iso_639_language);
 SI_UCSI_DESCRIPTOR(dvb, network_name);
 SI_UCSI_DESCRIPTOR(dvb, service_list);
+SI_UCSI_DESCRIPTOR_AS(dvb_satellite_delivery, dtag_dvb_satellite_delivery_system);
+SI_UCSI_DESCRIPTOR_AS(dvb_cable_delivery, dtag_dvb_cable_delivery_system);
 SI_UCSI_DESCRIPTOR(dvb, bouquet_name);
 SI_UCSI_DESCRIPTOR(dvb, service);
+SI_UCSI_DESCRIPTOR(dvb, short_event);
+SI_UCSI_DESCRIPTOR(dvb, extended_event);
 SI_UCSI_DESCRIPTOR(dvb, component);
+SI_UCSI_DESCRIPTOR(dvb, ca_identifier);
+SI_UCSI_DESCRIPTOR(dvb, content);
+SI_UCSI_DESCRIPTOR(dvb, parental_rating);
 SI_UCSI_DESCRIPTOR(dvb, teletext);
 SI_UCSI_DESCRIPTOR(dvb, subtitling);
+SI_UCSI_DESCRIPTOR_AS(dvb_terrestrial_delivery, dtag_dvb_terrestial_delivery_system);
+SI_UCSI_DESCRIPTOR(dvb, multilingual_network_name);
+SI_UCSI_DESCRIPTOR(dvb, multilingual_service_name);
+SI_UCSI_DESCRIPTOR(dvb, private_data_specifier);
+SI_UCSI_DESCRIPTOR(dvb, service_move);
+SI_UCSI_DESCRIPTOR(dvb, frequency_list);
+SI_UCSI_DESCRIPTOR(dvb, data_broadcast_id);
 SI_UCSI_DESCRIPTOR(dvb, ac3);
 #undef SI_UCSI_DESCRIPTOR
+#undef SI_UCSI_DESCRIPTOR_AS
 
 // The descriptor decoded as that type; null when it is another one, or its codec refuses it.
 template <class Descriptor>
