@@ -88,6 +88,19 @@ bool copy_text(SiDvbString &to, bytes text)
     return true;
 }
 
+step copy_raw(site here, bytes from, std::uint8_t *data, std::uint32_t &len)
+{
+    if (len < from.size()) {
+        SI_LOG_AT(here, level::error, "the passed len=%d is less than the data's len=%d\n",
+                  static_cast<int>(len), static_cast<int>(from.size()));
+        return step::full;
+    }
+    std::ranges::copy(from, data);
+    len = static_cast<std::uint32_t>(from.size());
+    SI_LOG_AT(here, level::trace, "got the data len=%d\n", static_cast<int>(len));
+    return step::found;
+}
+
 void copy_code(char (&to)[4], bytes code)
 {
     std::fill(std::begin(to), std::end(to), '\0');

@@ -10,6 +10,7 @@
 #include "orva_si/query_service.h"
 #include "orva_si_bytes.h"
 #include "orva_si_log.h"
+#include "orva_si_query.h"
 #include "orva_si_ucsi.h"
 
 namespace si {
@@ -37,6 +38,10 @@ bool every_listed_service(dvb_nit_transport &transport, Visit visit)
 
 // Fills a text record; always true, the answer of a question that has found what it looked for.
 bool copy_text(SiDvbString &to, bytes text);
+
+// Copies raw bytes to the caller, whose capacity becomes their length; full, with nothing written,
+// when there is too little room.
+step copy_raw(site here, bytes from, std::uint8_t *data, std::uint32_t &len);
 
 // The three letters of a language (ISO 639) or country (ISO 3166) and a NUL; NULs alone when there
 // are not three.

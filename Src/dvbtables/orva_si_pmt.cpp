@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // Questions about programs, answered from their Program Map Tables (ISO/IEC 13818-1, 2.4.4.8).
-#include <algorithm>
-
 #include "orva_si/query_program.h"
+#include "orva_si_descr.h"
 #include "orva_si_query.h"
 #include "orva_si_ucsi.h"
 
@@ -31,17 +30,8 @@ constexpr SiTableKey pmt_on(std::uint32_t pid)
 // Copies a whole section to the caller, or nothing when it does not fit.
 std::uint32_t copy_pmt(site here, const SiTableKey &key, std::uint8_t *data, std::uint32_t &len)
 {
-    return query_bytes(here, key, ORVA_SI_NOT_FOUND, [&](bytes section) {
-        if (len < section.size()) {
-            SI_LOG_AT(here, level::error, "the passed len=%d is less than the data's len=%d\n",
-                      static_cast<int>(len), static_cast<int>(section.size()));
-            return step::full;
-        }
-        std::ranges::copy(section, data);
-        len = static_cast<std::uint32_t>(section.size());
-        SI_LOG_AT(here, level::trace, "got the data len=%d\n", static_cast<int>(len));
-        return step::found;
-    });
+    return query_bytes(here, key, ORVA_SI_NOT_FOUND,
+                       [&](bytes section) { return copy_raw(here, section, data, len); });
 }
 
 // Asks each elementary stream of a program in turn, until one does not answer next.
