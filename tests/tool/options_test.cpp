@@ -14,7 +14,7 @@ using testing::HasSubstr;
 using testing::StartsWith;
 using tool::decision;
 
-constexpr tool::command commands[] = {{"scan", "Scan a multiplex", nullptr},
+constexpr tool::command commands[] = {{"scan", "Scan a multiplex", nullptr, tool::takes_pds},
                                       {"other", "Another one", nullptr}};
 
 decision decide(std::vector<const char *> arguments)
@@ -134,12 +134,36 @@ TEST(Options, ValuesOutOfRangeAreUsageErrors)
 {
     for (const char *value : {"0", "-1", "nan", "inf", "soon", "", "1e9"})
         expect_usage_error(decide({"scan", "--for", value, "file.ts"}), "--for");
-    for (const char *value : {"-1", "65536", "one"})
+    for (const char *value : {"-1", "65536", "one", "", "0x", "0x10000", "10 ", "1.0"})
         expect_usage_error(decide({"scan", "--program", value, "file.ts"}), "--program");
+    for (const char *value : {"-1", "4294967296", "0x100000000", "x28"})
+        expect_usage_error(decide({"scan", "--pds", value, "file.ts"}), "--pds");
     for (const char *value : {"0", "6", "all"})
         expect_usage_error(decide({"scan", "--log-level", value, "file.ts"}), "--log-level");
     expect_usage_error(decide({"scan", "--charset", "no-such-table", "file.ts"}), "--charset");
-    expect_usage_error(decide({"scan", ""}), "INPUT");
+}
+
+TEST(Options, MessagesRepeatTheValueAndNameTheOptionOnce)
+{
+    EXPECT_THAT(decide({"scan", "--charset", "nope", "file.ts"}).error,
+                StartsWith("orva-si: --charset: no character table has the name nope\n"));
+    EXPECT_THAT(decide({"scan", ""}).error, StartsWith("orva-si: INPUT: the name is empty\n"));
+}
+
+TEST(Options, NumbersAreDecimalOrHexadecimal)
+{
+    const auto program = [](const char *text) {
+        return decide({"scan", "--program", text, "file.ts"}).chosen.program;
+    };
+    EXPECT_EQ(program("010"), 10);
+    EXPECT_EQ(program("0x10"), 16);
+    EXPECT_EQ(program("0XfFfF"), 65535);
+    EXPECT_EQ(decide({"scan", "--pds", "0xFFFFFFFF", "file.ts"}).chosen.pds, 0xFFFFFFFF);
+}
+
+TEST(Options, SomeOptionsBelongToOneCommand)
+{
+    expect_usage_error(decide({"other", "--pds", "1", "file.ts"}), "--pds");
 }
 
 TEST(Options, VerboseAndQuietExcludeEachOther)

@@ -11,7 +11,8 @@
 namespace {
 
 constexpr tool::command commands[] = {
-    {"scan", "Scan a multiplex: networks, services, programs and bouquets", tool::run_scan},
+    {"scan", "Scan a multiplex: networks, services, programs and bouquets", tool::run_scan,
+     tool::takes_pds},
 };
 
 int run(int argc, char **argv)

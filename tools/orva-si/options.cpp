@@ -5,7 +5,10 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <limits>
 #include <sstream>
+#include <system_error>
 
 #include "dvb_text.h"
 
@@ -25,12 +28,12 @@ std::string check_input(const std::string &input)
     for (const std::string_view scheme : network_schemes)
         if (input.starts_with(scheme))
             return std::string{scheme} + " input is not supported: give a file or -";
-    return input.empty() ? "INPUT: the name is empty" : "";
+    return input.empty() ? "the name is empty" : "";
 }
 
 std::string check_charset(const std::string &name)
 {
-    return is_character_table(name) ? "" : "no character table of that name";
+    return is_character_table(name) ? "" : "no character table has the name " + name;
 }
 
 std::string check_seconds(const std::string &text)
@@ -39,6 +42,37 @@ std::string check_seconds(const std::string &text)
     if (!CLI::detail::lexical_cast(text, seconds) || !(seconds > 0 && seconds <= 1e6))
         return "a number of seconds above 0 is expected, not " + text;
     return "";
+}
+
+// Decimal, or hexadecimal behind 0x. A leading zero means nothing.
+std::optional<std::uint32_t> number(std::string_view text)
+{
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    text.remove_prefix(hexadecimal ? 2 : 0);
+    const char *const end = text.data() + text.size();
+    std::uint32_t value = 0;
+    const auto read = std::from_chars(text.data(), end, value, hexadecimal ? 16 : 10);
+    return read.ec == std::errc{} && read.ptr == end ? std::optional{value} : std::nullopt;
+}
+
+// An option that takes a number of that type.
+template <class Number>
+void add_number(CLI::App &app, const char *name, std::optional<Number> &chosen,
+                const char *description)
+{
+    constexpr std::uint32_t most = std::numeric_limits<Number>::max();
+    const auto check = [](const std::string &text) -> std::string {
+        const auto value = number(text);
+        return value && *value <= most
+                   ? ""
+                   : "a number from 0 to " + std::to_string(most) + " is expected, not " + text;
+    };
+    const auto take = [&chosen](const std::string &text) {
+        chosen = static_cast<Number>(number(text).value_or(0));
+    };
+    app.add_option_function<std::string>(name, take, description)
+        ->type_name("N")
+        ->check(CLI::Validator{check, ""});
 }
 
 void add_options(CLI::App &app, options &chosen)
@@ -50,9 +84,7 @@ void add_options(CLI::App &app, options &chosen)
     app.add_option("--for", chosen.seconds, "Stop after that time, with the results so far")
         ->type_name("SECONDS")
         ->check(CLI::Validator{check_seconds, ""});
-    app.add_option("--program", chosen.program, "Print only this program or service")
-        ->type_name("N")
-        ->check(CLI::Range(0, 0xFFFF).description(""));
+    add_number(app, "--program", chosen.program, "Print only this program or service");
     app.add_option("--charset", chosen.charset,
                    "Character table of text that names none (ISO-8859-9 ...) [ISO 6937]")
         ->type_name("NAME")
@@ -64,6 +96,13 @@ void add_options(CLI::App &app, options &chosen)
         ->type_name("1..5")
         ->check(CLI::Range(1, 5).description(""))
         ->each([&chosen](const std::string &) { chosen.log_asked = true; });
+}
+
+void add_own_options(CLI::App &app, const command &of, options &chosen)
+{
+    if ((of.takes & takes_pds) != 0)
+        add_number(app, "--pds", chosen.pds,
+                   "Private data specifier of descriptors that are sent under none");
 }
 
 std::string usage_hint(const CLI::App *about)
@@ -108,6 +147,7 @@ decision decide(std::span<const command> commands, int argc, const char *const *
         sub->footer(exit_statuses);
         sub->set_version_flag("--version", version);
         add_options(*sub, made.chosen);
+        add_own_options(*sub, known, made.chosen);
         sub->callback([&made, &known] { made.run = &known; });
     }
     const auto parsed = [&]() -> const CLI::App * {

@@ -27,6 +27,7 @@ struct options {
     std::string charset;                  // of text without a selector; empty: ISO 6937
     std::optional<double> seconds;        // --for
     std::optional<std::uint16_t> program; // --program
+    std::optional<std::uint32_t> pds;     // --pds
     std::uint32_t log_level = 1;
     bool log_asked = false; // --log-level was given
     bool json = false;
@@ -35,10 +36,16 @@ struct options {
     bool quiet = false;
 };
 
+// Options that not every command takes, as bits of command::takes.
+enum own_option : unsigned {
+    takes_pds = 1u << 0,
+};
+
 struct command {
     const char *name;
     const char *summary;
     int (*run)(const options &chosen);
+    unsigned takes = 0;
 };
 
 // What to do with a command line: run a command, or print a text and leave.

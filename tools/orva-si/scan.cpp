@@ -102,7 +102,9 @@ outcome scan(const session &input, const options &chosen)
     Orva_Si_SetScanParam(&how);
     auto running = std::async(std::launch::async, Orva_Si_StartScanChannel);
     scan_watch watch{chosen, settling};
-    progress_line progress{!chosen.quiet};
+    // The log of the library and a line that overwrites itself do not go together.
+    constexpr std::uint32_t talkative = 3;
+    progress_line progress{!chosen.quiet && chosen.log_level < talkative};
     outcome result;
     while (running.wait_for(poll_interval) != std::future_status::ready) {
         result.status = input.status();
@@ -242,7 +244,9 @@ int run_scan(const options &chosen)
     const bool complete = result.complete && result.how != ending::signal;
     const bool printed = print(chosen.json ? json_report(found, chosen.input, complete)
                                            : text_report(found, output_columns(), chosen.verbose));
-    return printed ? status : exit_failure;
+    if (!printed)
+        return exit_failure;
+    return received_signal() != 0 ? exit_by_signal + received_signal() : status;
 }
 
 } // namespace tool

@@ -10,6 +10,8 @@
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <limits>
+#include <optional>
 
 #include "dvb_text.h"
 #include "options.h"
@@ -17,17 +19,30 @@
 namespace tool {
 namespace {
 
-constexpr std::size_t narrowest_terminal = 80;
-constexpr std::size_t widest_table = 100;
+constexpr std::size_t narrowest_table = 80;
+constexpr char empty_line[] = "\r\033[K";
 
 std::atomic<int> first_signal{0};
-static_assert(std::atomic<int>::is_always_lock_free);
+std::atomic<bool> line_shown{false}; // by a progress_line
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
 extern "C" void on_ending_signal(int number)
 {
     int none = 0;
-    if (!first_signal.compare_exchange_strong(none, number))
-        _exit(exit_by_signal + number);
+    if (first_signal.compare_exchange_strong(none, number))
+        return;
+    if (line_shown) // whether that can be written does not matter any more
+        static_cast<void>(!write(STDERR_FILENO, empty_line, sizeof empty_line - 1));
+    _exit(exit_by_signal + number);
+}
+
+// Columns of the terminal behind a descriptor; none when it is not one, or does not know.
+std::optional<std::size_t> columns_of(int descriptor)
+{
+    winsize size = {};
+    if (isatty(descriptor) == 0 || ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
+        return std::nullopt;
+    return size.ws_col;
 }
 
 } // namespace
@@ -72,18 +87,19 @@ bool print(const std::string &text)
 
 std::size_t output_columns()
 {
-    winsize size = {};
-    if (isatty(STDOUT_FILENO) == 0 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0)
-        return widest_table;
-    return std::clamp<std::size_t>(size.ws_col, narrowest_terminal, widest_table);
+    if (isatty(STDOUT_FILENO) == 0)
+        return std::numeric_limits<std::size_t>::max();
+    return std::max(columns_of(STDOUT_FILENO).value_or(narrowest_table), narrowest_table);
 }
 
 progress_line::progress_line(bool wanted) : shown{wanted && isatty(STDERR_FILENO) != 0} {}
 
 progress_line::~progress_line()
 {
-    if (!last.empty())
-        std::fputs("\r\033[K", stderr);
+    if (last.empty())
+        return;
+    std::fputs(empty_line, stderr);
+    line_shown = false;
 }
 
 void progress_line::show(const std::string &text)
@@ -91,7 +107,9 @@ void progress_line::show(const std::string &text)
     if (!shown || text == last)
         return;
     last = text;
-    const std::string line{fitting(one_line(text), narrowest_terminal - 1)};
+    const std::size_t columns = columns_of(STDERR_FILENO).value_or(narrowest_table);
+    const std::string line{fitting(one_line(text), std::max<std::size_t>(columns, 2) - 1)};
+    line_shown = true;
     std::fprintf(stderr, "\r%s\033[K", line.c_str());
     std::fflush(stderr);
 }

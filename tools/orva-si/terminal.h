@@ -21,7 +21,7 @@ void complain(const std::string &text);
 // Writes to standard output. False when that failed; a reader who has gone is no failure.
 bool print(const std::string &text);
 
-// Columns for tables on standard output.
+// Columns for tables on standard output: those of the terminal, and no limit for anything else.
 std::size_t output_columns();
 
 // A line on standard error that the next one overwrites; nothing unless that is a terminal.
