@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // Questions about networks, answered from the Network Information Tables (EN 300 468, 5.2.1).
+#include "orva_si_nit.h"
+
 #include "orva_si/query_network.h"
 #include "orva_si_descr.h"
 #include "orva_si_query.h"
@@ -9,29 +11,26 @@ namespace si {
 namespace {
 
 constexpr SiTableKey nit_actual{pid_nit, tid_nit_actual, SI_ANY_EXT, SI_ANY_EXT, SI_ANY_EXT};
-constexpr SiTableKey every_nit{pid_nit, SI_ANY_TABLE_ID, SI_ANY_EXT, SI_ANY_EXT, SI_ANY_EXT};
 
-constexpr SiTableKey nit_of(std::uint32_t nid)
+auto names(dvb_multilingual_network_name_descriptor &naming)
 {
-    return {pid_nit, SI_ANY_TABLE_ID, low16(nid), SI_ANY_EXT, SI_ANY_EXT};
+    return ucsi_loop{naming, dvb_multilingual_network_name_descriptor_names_first(&naming),
+                     dvb_multilingual_network_name_descriptor_names_next,
+                     behind(naming, naming.d.len)};
 }
 
-// Asks each transport stream of a network in turn, until one does not answer next.
+// Asks each of a network's names in a language, until one is not answered next.
 template <class End, class Question>
-std::uint32_t ask_transports(site here, std::uint32_t nid, const End &end, Question question)
+std::uint32_t ask_names(site here, std::uint32_t nid, const End &end, Question question)
 {
     return query<nit_codec>(here, nit_of(nid), end, [&](dvb_nit_section &nit) {
-        for (dvb_nit_transport &transport : transports(nit))
-            if (const step answer = question(transport); answer != step::next)
-                return answer;
+        for (descriptor &d : descriptors(nit))
+            if (auto *naming = as<dvb_multilingual_network_name_descriptor>(d))
+                for (dvb_multilingual_network_name &name : names(*naming))
+                    if (const step answer = question(name); answer != step::next)
+                        return answer;
         return step::next;
     });
-}
-
-bool is_stream(const dvb_nit_transport &transport, std::uint32_t ts, std::uint32_t onid)
-{
-    return transport.transport_stream_id == low16(ts) &&
-           transport.original_network_id == low16(onid);
 }
 
 } // namespace
@@ -72,12 +71,40 @@ uint32_t Orva_Si_GetNetworkName(uint32_t nid, SiDvbString *pnetworkname)
     });
 }
 
+uint32_t Orva_Si_GetMultiNetworkNameLangList(uint32_t nid, uint32_t *langlist, uint32_t *pcount)
+{
+    SI_REQUIRE(langlist);
+    SI_REQUIRE(pcount);
+    const site here = SI_HERE;
+    const many list{langlist, pcount};
+    return ask_names(here, nid, list, [&](const dvb_multilingual_network_name &name) {
+        const bool put =
+            list.put([&](std::uint32_t &id) { id = language_of(here, name.language_code); });
+        return put ? step::next : step::full;
+    });
+}
+
+uint32_t Orva_Si_GetMultiNetworkNameByLangId(uint32_t nid, uint32_t language_id,
+                                             SiDvbString *pnetworkname)
+{
+    SI_REQUIRE(pnetworkname);
+    const site here = SI_HERE;
+    return ask_names(here, nid, ORVA_SI_NO_DATA, [&](dvb_multilingual_network_name &name) {
+        if (language_of(here, name.language_code) != language_id)
+            return step::next;
+        SI_LOG_AT(here, level::trace, "matched langid\n");
+        copy_text(*pnetworkname,
+                  {dvb_multilingual_network_name_name(&name), name.network_name_length});
+        return step::found;
+    });
+}
+
 uint32_t Orva_Si_GetTsGrpByNetworkId(uint32_t nid, uint16_t *tsgrp, uint32_t *pcount)
 {
     SI_REQUIRE(tsgrp);
     SI_REQUIRE(pcount);
     const many ids{tsgrp, pcount};
-    return ask_transports(SI_HERE, nid, ids, [&](dvb_nit_transport &transport) {
+    return ask_transports(SI_HERE, nid, any_stream, ids, [&](dvb_nit_transport &transport) {
         return ids.put(transport.transport_stream_id) ? step::next : step::full;
     });
 }
@@ -90,9 +117,8 @@ uint32_t Orva_Si_GetServiceList(uint32_t nid, uint32_t ts, uint32_t onid,
     SI_REQUIRE(pcount);
     const site here = SI_HERE;
     const many list{servlist, pcount, {.none = ORVA_SI_OK, .full_text = nullptr}};
-    return ask_transports(here, nid, list, [&](dvb_nit_transport &transport) {
-        if (!is_stream(transport, ts, onid))
-            return step::next;
+    const auto meant = stream_with(ts, onid);
+    return ask_transports(here, nid, meant, list, [&](dvb_nit_transport &transport) {
         if (every_listed_service(transport, [&](const dvb_service_list_service &service) {
                 return list.put(SiServiceListEntry{service.service_id, service.service_type});
             }))
@@ -100,5 +126,22 @@ uint32_t Orva_Si_GetServiceList(uint32_t nid, uint32_t ts, uint32_t onid,
         SI_LOG_AT(here, level::error, "need more room! *pcount = %d, count = %d\n",
                   static_cast<int>(*pcount), static_cast<int>(list.capacity));
         return step::full;
+    });
+}
+
+uint32_t Orva_Si_GetServiceType_InNIT(uint32_t nid, uint32_t ts, uint32_t onid, uint32_t service_id,
+                                      uint8_t *ptype)
+{
+    SI_REQUIRE(ptype);
+    const auto meant = stream_with(ts, onid);
+    return ask_transports(SI_HERE, nid, meant, ORVA_SI_FAILURE, [&](dvb_nit_transport &transport) {
+        const bool listed =
+            !every_listed_service(transport, [&](const dvb_service_list_service &service) {
+                if (service.service_id != low16(service_id))
+                    return true;
+                *ptype = service.service_type;
+                return false;
+            });
+        return listed ? step::found : step::next;
     });
 }
