@@ -1,40 +1,17 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-// Questions about services, answered from the Service Description Tables (EN 300 468, 5.2.3).
+// Questions about multiplexes and services, answered from the Service Description Tables (EN 300 468,
+// 5.2.3).
+// 468, 5.2.3).
+#include "orva_si_sdt.h"
+
 #include "orva_si/query_service.h"
 #include "orva_si_descr.h"
-#include "orva_si_query.h"
 
 namespace si {
 
 namespace {
 
-// The tuned multiplex, or the multiplex of a transport stream, tuned or not.
-constexpr SiTableKey sdt_actual{pid_sdt_bat, tid_sdt_actual, SI_ANY_EXT, SI_ANY_EXT, SI_ANY_EXT};
 constexpr SiTableKey every_sdt{pid_sdt_bat, SI_ANY_TABLE_ID, SI_ANY_EXT, SI_ANY_EXT, SI_ANY_EXT};
-
-constexpr SiTableKey sdt_of(std::uint32_t ts)
-{
-    return {pid_sdt_bat, SI_ANY_TABLE_ID, low16(ts), SI_ANY_EXT, SI_ANY_EXT};
-}
-
-// The first service of that id; null when the section does not name it.
-dvb_sdt_service *find_service(dvb_sdt_section &sdt, std::uint32_t sid)
-{
-    for (dvb_sdt_service &service : services(sdt))
-        if (service.service_id == low16(sid))
-            return &service;
-    return nullptr;
-}
-
-// Asks for one value of a service; the question answers whether the service had it.
-template <class Question>
-std::uint32_t ask_service(site here, const SiTableKey &key, std::uint32_t sid, Question question)
-{
-    return query<sdt_codec>(here, key, ORVA_SI_FAILURE, [&](dvb_sdt_section &sdt) {
-        dvb_sdt_service *service = find_service(sdt, sid);
-        return service != nullptr && question(*service) ? step::found : step::next;
-    });
-}
 
 std::uint32_t service_name_of(site here, const SiTableKey &key, std::uint32_t sid,
                               SiDvbString &name)
