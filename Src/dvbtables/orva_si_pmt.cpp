@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // Questions about programs, answered from their Program Map Tables (ISO/IEC 13818-1, 2.4.4.8).
+#include "orva_si_pmt.h"
+
 #include "orva_si/query_program.h"
 #include "orva_si_descr.h"
-#include "orva_si_query.h"
-#include "orva_si_ucsi.h"
 
 namespace si {
 
@@ -17,11 +17,6 @@ constexpr std::uint8_t mpeg2_audio = 0x04;
 constexpr std::uint8_t latm_aac_audio = 0x11;
 constexpr std::uint8_t h264_video = 0x1B;
 
-constexpr SiTableKey pmt_of(std::uint32_t program_number)
-{
-    return {SI_ANY_PID, tid_pmt, low16(program_number), SI_ANY_EXT, SI_ANY_EXT};
-}
-
 constexpr SiTableKey pmt_on(std::uint32_t pid)
 {
     return {low16(pid), tid_pmt, SI_ANY_EXT, SI_ANY_EXT, SI_ANY_EXT};
@@ -32,19 +27,6 @@ std::uint32_t copy_pmt(site here, const SiTableKey &key, std::uint8_t *data, std
 {
     return query_bytes(here, key, ORVA_SI_NOT_FOUND,
                        [&](bytes section) { return copy_raw(here, section, data, len); });
-}
-
-// Asks each elementary stream of a program in turn, until one does not answer next.
-template <class End, class Question>
-std::uint32_t ask_streams(site here, std::uint32_t program_number, const End &end,
-                          Question question)
-{
-    return query<pmt_codec>(here, pmt_of(program_number), end, [&](mpeg_pmt_section &pmt) {
-        for (mpeg_pmt_stream &stream : streams(pmt))
-            if (const step answer = question(stream); answer != step::next)
-                return answer;
-        return step::next;
-    });
 }
 
 bool is_video(std::uint8_t stream_type)
@@ -102,6 +84,67 @@ step append_ca(site here, std::uint32_t program_number, const Loop &loop,
                   ca_system_id, ca_pid, low16(program_number));
     }
     return step::next;
+}
+
+// ---- Entries of descriptors: languages, teletext pages, subtitles
+
+// Appends a record for each entry of the descriptors of a type; the entry fills it.
+template <class Descriptor, class T, class Entries, class Fill>
+step append_entries(mpeg_pmt_stream &stream, const many<T> &list, Entries entries, Fill fill)
+{
+    for (descriptor &d : descriptors(stream))
+        if (auto *found = as<Descriptor>(d))
+            for (const auto &entry : entries(*found))
+                if (!list.put([&](T &record) { fill(entry, record); }))
+                    return step::full;
+    return step::next;
+}
+
+step append_languages(site here, mpeg_pmt_stream &stream, const many<SiIso639Desc> &list)
+{
+    return append_entries<mpeg_iso_639_language_descriptor>(
+        stream, list, [](auto &d) { return languages(d); },
+        [&](const mpeg_iso_639_language_code &language, SiIso639Desc &record) {
+            record.pid = stream.pid;
+            copy_code(record.iso639, language.language_code);
+            record.audio_type = language.audio_type;
+            SI_LOG_AT(here, level::trace, "get %d => iso639 = %s, type=%d\n",
+                      static_cast<int>(*list.count),
+                      printable_text(language.language_code, code_bytes).c_str(),
+                      record.audio_type);
+        });
+}
+
+step append_pages(mpeg_pmt_stream &stream, const many<SiTeletextDesc> &list)
+{
+    return append_entries<dvb_teletext_descriptor>(
+        stream, list, [](auto &d) { return pages(d); },
+        [&](const dvb_teletext_entry &page, SiTeletextDesc &record) {
+            record.pid = stream.pid;
+            copy_code(record.lang, page.language_code);
+            record.type = page.type;
+            record.magazine_number = page.magazine_number;
+            record.page_number = page.page_number;
+        });
+}
+
+step append_subtitles(mpeg_pmt_stream &stream, const many<SiSubtitleDesc> &list)
+{
+    return append_entries<dvb_subtitling_descriptor>(
+        stream, list, [](auto &d) { return subtitles(d); },
+        [&](const dvb_subtitling_entry &subtitle, SiSubtitleDesc &record) {
+            record.pid = stream.pid;
+            copy_code(record.lang, subtitle.language_code);
+            record.subtitling_type = subtitle.subtitling_type;
+            record.composition_page_id = subtitle.composition_page_id;
+            record.ancillary_page_id = subtitle.ancillary_page_id;
+        });
+}
+
+// Whether a stream is meant by a PID that may be any.
+bool is_on(const mpeg_pmt_stream &stream, std::uint32_t es_pid)
+{
+    return low16(es_pid) == SI_ANY_PID || stream.pid == low16(es_pid);
 }
 
 } // namespace
@@ -241,5 +284,39 @@ uint32_t Orva_Si_GetPmtCaDesc(uint32_t program_number, SiCaDesc *cadesclist, uin
             if (answer == step::next)
                 answer = append_ca(here, program_number, descriptors(stream), list);
         return answer;
+    });
+}
+
+uint32_t Orva_Si_GetAudioIso639Desc(uint32_t program_number, SiIso639Desc *isodesc,
+                                    uint32_t *pcount)
+{
+    SI_REQUIRE(isodesc);
+    SI_REQUIRE(pcount);
+    const site here = SI_HERE;
+    const many list{isodesc, pcount};
+    return ask_streams(here, program_number, list, [&](mpeg_pmt_stream &stream) {
+        return append_languages(here, stream, list);
+    });
+}
+
+uint32_t Orva_Si_GetTeleTextDesc(uint32_t program_number, uint32_t es_pid, SiTeletextDesc *textlist,
+                                 uint32_t *pcount)
+{
+    SI_REQUIRE(textlist);
+    SI_REQUIRE(pcount);
+    const many list{textlist, pcount};
+    return ask_streams(SI_HERE, program_number, list, [&](mpeg_pmt_stream &stream) {
+        return is_on(stream, es_pid) ? append_pages(stream, list) : step::next;
+    });
+}
+
+uint32_t Orva_Si_GetSubtitleDesc(uint32_t program_number, uint32_t es_pid, SiSubtitleDesc *subarray,
+                                 uint32_t *pcount)
+{
+    SI_REQUIRE(subarray);
+    SI_REQUIRE(pcount);
+    const many list{subarray, pcount};
+    return ask_streams(SI_HERE, program_number, list, [&](mpeg_pmt_stream &stream) {
+        return is_on(stream, es_pid) ? append_subtitles(stream, list) : step::next;
     });
 }

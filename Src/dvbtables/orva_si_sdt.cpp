@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-// Questions about multiplexes and services, answered from the Service Description Tables (EN 300 468,
-// 5.2.3).
-// 468, 5.2.3).
+// Questions about multiplexes and services, answered from the Service Description Tables
+// (EN 300 468, 5.2.3).
 #include "orva_si_sdt.h"
 
 #include "orva_si/query_service.h"
