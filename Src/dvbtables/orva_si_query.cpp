@@ -29,21 +29,42 @@ bool is_queryable(site here, const SiTable &table, const SiTableKey &key)
     return true;
 }
 
-} // namespace
+bool is_service(const SiEitService &service, const service_key &key)
+{
+    return service.original_network_id == key.original_network_id &&
+           service.transport_stream_id == key.transport_stream_id &&
+           service.service_id == key.service_id;
+}
+
+// Its bytes reach as far as its section_length says.
+bool is_whole(const SiEitSection &stored)
+{
+    return stored.sect_len >= section_header_bytes &&
+           stored.sect_len >= section_size(stored.section);
+}
 
 // By position, because a missing record is traced and not just passed over.
-step walk_sections(site here, si_list *sections, section_visitor visit)
+template <class Record, class Visit>
+step walk_records(site here, si_list *records, Visit visit)
 {
-    for (std::int32_t at = 0; si_list_eol(sections, at) == 0; ++at) {
-        const auto *record = static_cast<const SiSection *>(si_list_get(sections, at));
+    for (std::int32_t at = 0; si_list_eol(records, at) == 0; ++at) {
+        const auto *record = static_cast<const Record *>(si_list_get(records, at));
         if (record == nullptr || record->section == nullptr) {
             SI_LOG_AT(here, level::trace, "int_psect = null\n");
             continue;
         }
-        if (const step answer = visit(record->section); answer != step::next)
+        if (const step answer = visit(*record); answer != step::next)
             return answer;
     }
     return step::next;
+}
+
+} // namespace
+
+step walk_sections(site here, si_list *sections, section_visitor visit)
+{
+    return walk_records<SiSection>(here, sections,
+                                   [&](const SiSection &stored) { return visit(stored.section); });
 }
 
 step walk_tables(site here, const SiTableKey &key, section_visitor visit)
@@ -56,6 +77,29 @@ step walk_tables(site here, const SiTableKey &key, section_visitor visit)
         const step answer = walk_sections(here, table.psect_list, visit);
         if (answer == step::found || answer == step::full)
             return answer;
+    }
+    SI_LOG_AT(here, level::trace, "all are looped of count=%d\n", walked);
+    return step::next;
+}
+
+step walk_events(site here, const service_key &key, event_visitor visit)
+{
+    int walked = 0;
+    for (const SiEitService &service : elements<SiEitService>(Orva_Si_GetDvbEitList())) {
+        ++walked;
+        if (!is_service(service, key)) {
+            SI_LOG_AT(here, level::trace, "mismatch service 3 param value\n");
+            continue;
+        }
+        SI_LOG_AT(here, level::trace, "found the service entry and the secion counts = %d\n",
+                  service.sections != nullptr ? service.sections->nb_elt : 0);
+        const step answer =
+            walk_records<SiEitSection>(here, service.sections, [&](const SiEitSection &stored) {
+                return is_whole(stored) ? visit(stored) : step::next;
+            });
+        if (answer != step::next)
+            return answer;
+        break;
     }
     SI_LOG_AT(here, level::trace, "all are looped of count=%d\n", walked);
     return step::next;

@@ -21,7 +21,7 @@ namespace si {
 // A visitor's answer to the walk.
 enum class step {
     next,       // go on with the next section
-    table_done, // go on with the next table
+    table_done, // go on with the next table; of events there is one for each service
     found,      // the question is answered
     full,       // the caller's memory is full
 };
@@ -74,6 +74,20 @@ struct many {
     list_codes codes;
 };
 
+// The caller's count where there is no array: it needs no room and is never full.
+struct tally {
+    explicit tally(std::uint32_t *n) : count{n} { *count = 0; }
+    bool add() const
+    {
+        ++*count;
+        return true;
+    }
+    std::uint32_t at_end() const { return *count != 0 ? codes.some : codes.none; }
+
+    std::uint32_t *count;
+    list_codes codes{};
+};
+
 template <class E>
 concept list_end = requires(const E &e)
 {
@@ -84,21 +98,24 @@ concept list_end = requires(const E &e)
 
 // A reference to what is to be done with each stored section, so that a walk is compiled once for
 // all getters.
-class section_visitor {
+template <class Stored>
+class store_visitor {
 public:
     template <class Visit>
-    explicit section_visitor(Visit &visit)
-        : object{&visit}, call{[](void *of, const std::uint8_t *stored) {
+    explicit store_visitor(Visit &visit)
+        : object{&visit}, call{[](void *of, Stored stored) {
               return (*static_cast<Visit *>(of))(stored);
           }}
     {
     }
-    step operator()(const std::uint8_t *stored) const { return call(object, stored); }
+    step operator()(Stored stored) const { return call(object, stored); }
 
 private:
     void *object;
-    step (*call)(void *, const std::uint8_t *);
+    step (*call)(void *, Stored);
 };
+using section_visitor = store_visitor<const std::uint8_t *>;
+using event_visitor = store_visitor<const SiEitSection &>;
 
 // Visits the stored sections of one list, in the order of their arrival.
 step walk_sections(site here, si_list *sections, section_visitor visit);
@@ -106,17 +123,39 @@ step walk_sections(site here, si_list *sections, section_visitor visit);
 // Visits the sections of every complete table that the key matches, in the order of the store.
 step walk_tables(site here, const SiTableKey &key, section_visitor visit) SI_NEEDS(ctl);
 
+// Names the service whose events are asked for.
+struct service_key {
+    std::uint16_t original_network_id;
+    std::uint16_t transport_stream_id;
+    std::uint16_t service_id;
+};
+
+// Visits the stored sections of a service, complete or not, in the order of their arrival.
+step walk_events(site here, const service_key &key, event_visitor visit) SI_NEEDS(eit);
+
 // ---- How sections are opened
 
-// Visits the decoded section; one that fails its checks is passed over.
-template <auto Codec, std::size_t Capacity = largest_psi_section, class Visit>
-auto decoding(Visit &visit)
+struct silently {
+    void operator()() const {}
+};
+
+// Visits the decoded section; one that fails its checks is passed over, and one that its codec
+// refuses too, once refused was called.
+template <auto Codec, std::size_t Capacity = largest_psi_section, class Visit,
+          class Refused = silently>
+auto decoding(Visit &visit, Refused refused = {})
 {
-    return [&visit](const std::uint8_t *stored) {
+    return [&visit, refused](const std::uint8_t *stored) {
         section_buffer<Capacity> buffer;
         section_ext *head = load_section(buffer.room, stored);
-        decoded<Codec> *section = head != nullptr ? Codec(head) : nullptr;
-        return section != nullptr ? visit(*section) : step::next;
+        if (head == nullptr)
+            return step::next;
+        decoded<Codec> *section = Codec(head);
+        if (section == nullptr) {
+            refused();
+            return step::next;
+        }
+        return visit(*section);
     };
 }
 
@@ -167,6 +206,37 @@ std::uint32_t query_bytes(site here, const SiTableKey &key, const End &end, Visi
     auto opened = checking(visit);
     const scope_lock lock{ctl, here};
     return conclude(here, walk_tables(here, key, section_visitor{opened}), end);
+}
+
+// How many elements the caller has room for.
+template <class End>
+int room_of(const End &end)
+{
+    if constexpr (requires { end.capacity; })
+        return static_cast<int>(end.capacity);
+    else
+        return 1;
+}
+
+// Asks the decoded sections of a service's events, of those that are wanted.
+template <class End, class Wanted, class Visit>
+std::uint32_t query_events(site here, const service_key &key, const End &end, Wanted wanted,
+                           Visit visit)
+{
+    SI_LOG_AT(here, level::trace, "on_id: %d, ts_id: %d, serv_id: %d, count: %d\n",
+              key.original_network_id, key.transport_stream_id, key.service_id, room_of(end));
+    auto opened = decoding<eit_codec, largest_section>(visit, [here] {
+        SI_LOG_AT(here, level::trace, "@@@@@@@@@@@@@@@@@@@@@@@@ eit_section == NULL\n");
+    });
+    auto asked = [&](const SiEitSection &stored) {
+        return wanted(stored) ? opened(stored.section) : step::next;
+    };
+    const scope_lock lock{eit, here};
+    if (!lock.held) {
+        SI_LOG_AT(here, level::error, "%%%%%%%%%%%% mutex locked yet &&&&&&&&&&\n");
+        return ORVA_SI_FAILURE;
+    }
+    return conclude(here, walk_events(here, key, event_visitor{asked}), end);
 }
 
 } // namespace si
