@@ -29,27 +29,48 @@ struct eit_kind {
     std::uint8_t table_id;
     std::uint8_t mask;
     std::uint8_t last_table_id;
-    std::uint16_t limit;      // background runs that a request keeps its filter, less one
-    std::uint32_t bg_service; // what ages the row
+    std::uint16_t limit;       // background runs that a request keeps its filter, less one
+    std::uint16_t later_limit; // the same once it has timed out
+    std::uint32_t bg_service;  // what ages the row
 };
-constexpr eit_kind act_pf{act_pf_eit_task,       Si_CtlHelper_IsActPfEitEnabled,
-                          tid_eit_pf_actual,     0xFF,
-                          tid_eit_pf_actual,     10,
-                          bg_service::act_pf_eit};
-constexpr eit_kind other_pf{other_pf_eit_task,     Si_CtlHelper_IsOtherPfEitEnabled,
-                            tid_eit_pf_other,      0xFF,
-                            tid_eit_pf_other,      5,
-                            bg_service::act_pf_eit};
+constexpr eit_kind act_pf{.task = act_pf_eit_task,
+                          .enabled = Si_CtlHelper_IsActPfEitEnabled,
+                          .table_id = tid_eit_pf_actual,
+                          .mask = 0xFF,
+                          .last_table_id = tid_eit_pf_actual,
+                          .limit = 10,
+                          .later_limit = 10,
+                          .bg_service = bg_service::act_pf_eit};
+// Of other multiplexes nothing tells that a table is complete, so that every request times out. The
+// first round is quick. Were all of them shorter than the 10 seconds after which sections come
+// again (ETSI TS 101 211, 4.4), those that come between two turns might do so for ever.
+constexpr eit_kind other_pf{.task = other_pf_eit_task,
+                            .enabled = Si_CtlHelper_IsOtherPfEitEnabled,
+                            .table_id = tid_eit_pf_other,
+                            .mask = 0xFF,
+                            .last_table_id = tid_eit_pf_other,
+                            .limit = 5,
+                            .later_limit = 10,
+                            .bg_service = bg_service::act_pf_eit};
 // Filters walk a service's sub-tables, as far as its sections say there are any.
-constexpr eit_kind act_sch{act_sch_eit_task,        Si_CtlHelper_IsActSchEitEnabled,
-                           tid_eit_schedule_actual, 0xFF,
-                           tid_eit_schedule_actual, 50,
-                           bg_service::act_sch_eit};
-// Nothing tells how many sub-tables there are: all of them at once.
-constexpr eit_kind other_sch{other_sch_eit_task,     Si_CtlHelper_IsOtherSchEitEnabled,
-                             tid_eit_schedule_other, 0xF0,
-                             tid_eit_last,           50,
-                             bg_service::act_sch_eit};
+constexpr eit_kind act_sch{.task = act_sch_eit_task,
+                           .enabled = Si_CtlHelper_IsActSchEitEnabled,
+                           .table_id = tid_eit_schedule_actual,
+                           .mask = 0xFF,
+                           .last_table_id = tid_eit_schedule_actual,
+                           .limit = 50,
+                           .later_limit = 50,
+                           .bg_service = bg_service::act_sch_eit};
+// Nothing tells how many sub-tables there are: all of them at once. They come again after 60
+// seconds.
+constexpr eit_kind other_sch{.task = other_sch_eit_task,
+                             .enabled = Si_CtlHelper_IsOtherSchEitEnabled,
+                             .table_id = tid_eit_schedule_other,
+                             .mask = 0xF0,
+                             .last_table_id = tid_eit_last,
+                             .limit = 50,
+                             .later_limit = 60,
+                             .bg_service = bg_service::act_sch_eit};
 constexpr const eit_kind *kinds[] = {&act_pf, &other_pf, &act_sch, &other_sch};
 
 const eit_kind *kind_of(std::uint32_t table_id)
@@ -624,8 +645,12 @@ void Si_SectFlt_DisableTimeOutEitFilterFunc(void *record, void *)
     if (filter.item == nullptr)
         return;
     auto &item = *item_as<task_item_eit>(filter.item);
-    if (time_out(SI_HERE, filter, item.limit) && has_sub_tables(item))
+    if (!time_out(SI_HERE, filter, item.limit))
+        return;
+    if (has_sub_tables(item))
         pass_over_sub_table(item);
+    if (const eit_kind *kind = kind_of(item.table_id))
+        item.limit = kind->later_limit;
 }
 
 // Each service ages two rows: the events of this multiplex, and those of others, whose filter
