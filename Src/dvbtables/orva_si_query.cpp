@@ -36,11 +36,11 @@ bool is_service(const SiEitService &service, const service_key &key)
            service.service_id == key.service_id;
 }
 
-// Its bytes reach as far as its section_length says.
+// Holds as many bytes as its section_length says, neither fewer nor more.
 bool is_whole(const SiEitSection &stored)
 {
     return stored.sect_len >= section_header_bytes &&
-           stored.sect_len >= section_size(stored.section);
+           stored.sect_len == section_size(stored.section);
 }
 
 // By position, because a missing record is traced and not just passed over.
