@@ -15,7 +15,6 @@ namespace si {
 namespace {
 
 constexpr std::uint32_t most_services = 0xFF; // of one request
-constexpr std::uint16_t list_of_any_service = 5;
 constexpr std::uint32_t most_act_pf_filters = 2;
 constexpr std::uint32_t most_act_sch_filters = 5;
 
@@ -29,6 +28,7 @@ struct eit_kind {
     std::uint8_t table_id;
     std::uint8_t mask;
     std::uint8_t last_table_id;
+    std::uint16_t any_list;    // sections of a batch when a request is for any service, else 1
     std::uint16_t limit;       // background runs that a request keeps its filter, less one
     std::uint16_t later_limit; // the same once it has timed out
     std::uint32_t bg_service;  // what ages the row
@@ -38,6 +38,7 @@ constexpr eit_kind act_pf{.task = act_pf_eit_task,
                           .table_id = tid_eit_pf_actual,
                           .mask = 0xFF,
                           .last_table_id = tid_eit_pf_actual,
+                          .any_list = 1,
                           .limit = 10,
                           .later_limit = 10,
                           .bg_service = bg_service::act_pf_eit};
@@ -49,6 +50,7 @@ constexpr eit_kind other_pf{.task = other_pf_eit_task,
                             .table_id = tid_eit_pf_other,
                             .mask = 0xFF,
                             .last_table_id = tid_eit_pf_other,
+                            .any_list = 5,
                             .limit = 5,
                             .later_limit = 10,
                             .bg_service = bg_service::act_pf_eit};
@@ -58,6 +60,7 @@ constexpr eit_kind act_sch{.task = act_sch_eit_task,
                            .table_id = tid_eit_schedule_actual,
                            .mask = 0xFF,
                            .last_table_id = tid_eit_schedule_actual,
+                           .any_list = 1,
                            .limit = 50,
                            .later_limit = 50,
                            .bg_service = bg_service::act_sch_eit};
@@ -68,6 +71,7 @@ constexpr eit_kind other_sch{.task = other_sch_eit_task,
                              .table_id = tid_eit_schedule_other,
                              .mask = 0xF0,
                              .last_table_id = tid_eit_last,
+                             .any_list = 5,
                              .limit = 50,
                              .later_limit = 60,
                              .bg_service = bg_service::act_sch_eit};
@@ -101,8 +105,7 @@ bool same_request(const task_item_eit &one, const task_item_eit &other)
            one.original_network_id == other.original_network_id;
 }
 
-task_item_eit *make_item(const eit_kind &kind, const SiEitRequest &request,
-                         std::uint16_t list_length)
+task_item_eit *make_item(const eit_kind &kind, const SiEitRequest &request)
 {
     auto *item = new_item<task_item_eit>();
     if (item == nullptr)
@@ -114,7 +117,7 @@ task_item_eit *make_item(const eit_kind &kind, const SiEitRequest &request,
     item->service_id = request.service_id;
     item->transport_stream_id = request.transport_stream_id;
     item->original_network_id = request.original_network_id;
-    item->list_length = list_length;
+    item->list_length = request.service_id == SI_ANY_EXT ? kind.any_list : std::uint16_t{1};
     item->limit = kind.limit;
     return item;
 }
@@ -126,12 +129,12 @@ struct queued_item {
     task_item_eit *item; // when added
 };
 
-queued_item queue_request(filter_task &task, const eit_kind &kind, const SiEitRequest &request,
-                          std::uint16_t list_length) SI_NEEDS(pool)
+queued_item queue_request(const eit_kind &kind, const SiEitRequest &request) SI_NEEDS(pool)
 {
+    filter_task &task = task_at(kind.task);
     // More services than the event store takes are not asked for either.
     task_item_eit *item =
-        task.task_count < limit::eit_services ? make_item(kind, request, list_length) : nullptr;
+        task.task_count < limit::eit_services ? make_item(kind, request) : nullptr;
     if (item == nullptr)
         return {queued::no_memory, nullptr};
     for (const task_item_eit &known : items<task_item_eit>(task)) {
@@ -179,9 +182,8 @@ std::uint32_t start_act_pf(site here, const service_list &services, std::uint16_
     for (const std::uint16_t id : services.ids) {
         if (id == SI_ANY_EXT && services.ids.size() != 1)
             continue;
-        const auto [how, item] = queue_request(
-            task, act_pf, {services.transport_stream_id, services.original_network_id, id},
-            single_delivery);
+        const auto [how, item] =
+            queue_request(act_pf, {services.transport_stream_id, services.original_network_id, id});
         if (how == queued::duplicate)
             SI_LOG_AT(here, level::error, "Duplicated acutal PF EIT tasks: service_id: %#x!\n", id);
         complete = how != queued::no_memory;
@@ -201,6 +203,15 @@ std::uint32_t start_act_pf(site here, const service_list &services, std::uint16_
     return complete ? result : std::uint32_t{ORVA_SI_FAILURE};
 }
 
+// False when memory is exhausted.
+bool queue_unpinned(site here, const eit_kind &kind, const SiEitRequest &request) SI_NEEDS(pool)
+{
+    const queued how = queue_request(kind, request).how;
+    if (how == queued::duplicate)
+        SI_LOG_AT(here, level::notice, "Duplicated EIT tasks!\n");
+    return how != queued::no_memory;
+}
+
 std::uint32_t start_act_sch(site here, const service_list &services) SI_NEEDS(pool)
 {
     filter_task &task = task_at(act_sch.task);
@@ -208,14 +219,8 @@ std::uint32_t start_act_sch(site here, const service_list &services) SI_NEEDS(po
     for (const std::uint16_t id : services.ids) {
         if (id == SI_ANY_EXT)
             continue;
-        const queued how =
-            queue_request(task, act_sch,
-                          {services.transport_stream_id, services.original_network_id, id},
-                          single_delivery)
-                .how;
-        if (how == queued::duplicate)
-            SI_LOG_AT(here, level::notice, "Duplicated EIT tasks!\n");
-        complete = how != queued::no_memory;
+        complete = queue_unpinned(here, act_sch,
+                                  {services.transport_stream_id, services.original_network_id, id});
         if (!complete)
             break;
     }
@@ -238,12 +243,7 @@ std::uint32_t start_other(site here, const eit_kind &kind, std::span<const SiEit
     filter_task &task = task_at(kind.task);
     bool complete = true;
     for (const SiEitRequest &request : requests) {
-        const bool any = request.service_id == SI_ANY_EXT;
-        const queued how =
-            queue_request(task, kind, request, any ? list_of_any_service : std::uint16_t{1}).how;
-        if (how == queued::duplicate)
-            SI_LOG_AT(here, level::notice, "Duplicated EIT tasks!\n");
-        complete = how != queued::no_memory;
+        complete = queue_unpinned(here, kind, request);
         if (!complete)
             break;
     }
@@ -379,25 +379,23 @@ void pass_over_sub_table(task_item_eit &item)
     item.version = any_version;
 }
 
-void age_rotating(const eit_kind &kind) SI_NEEDS(pool)
+// Whether a filter must not wait for ever. In rotation none must; with a filter for every service
+// only one that has sub-tables to walk can be stuck.
+bool ages(const filter_task &task, const pid_filter &record)
 {
-    filter_task &task = task_at(kind.task);
-    if (kind.enabled() == 0)
-        return;
-    if (task.mode == mode::rotating)
-        for (pid_filter &record : filters(task))
-            Si_SectFlt_DisableTimeOutEitFilterFunc(&record, &task);
-    poll_filters(task); // with a filter for each item it only retries what the driver refused
+    if (task.mode != mode::one_each)
+        return task.mode == mode::rotating;
+    return record.item != nullptr && has_sub_tables(*item_as<task_item_eit>(record.item));
 }
 
-// With a filter for every service only those that have sub-tables to walk can be stuck.
-void age_sub_tables(const eit_kind &kind) SI_NEEDS(pool)
+// One run. The poll serves what is pending, also after the driver refused a filter.
+void age(const eit_kind &kind) SI_NEEDS(pool)
 {
-    filter_task &task = task_at(kind.task);
-    if (kind.enabled() == 0 || task.mode != mode::one_each)
+    if (kind.enabled() == 0)
         return;
+    filter_task &task = task_at(kind.task);
     for (pid_filter &record : filters(task))
-        if (record.item != nullptr && has_sub_tables(*item_as<task_item_eit>(record.item)))
+        if (ages(task, record))
             Si_SectFlt_DisableTimeOutEitFilterFunc(&record, &task);
     poll_filters(task);
 }
@@ -658,16 +656,15 @@ void Si_SectFlt_DisableTimeOutEitFilterFunc(void *record, void *)
 std::uint32_t Si_SectFlt_ActPfEitBgService(void)
 {
     const scope_lock lock{pool, SI_HERE};
-    age_rotating(act_pf);
-    age_rotating(other_pf);
+    age(act_pf);
+    age(other_pf);
     return enabled_or_not(act_pf);
 }
 
 std::uint32_t Si_SectFlt_ActSchEitBgService(void)
 {
     const scope_lock lock{pool, SI_HERE};
-    age_rotating(act_sch);
-    age_sub_tables(act_sch);
-    age_rotating(other_sch);
+    age(act_sch);
+    age(other_sch);
     return enabled_or_not(act_sch);
 }
