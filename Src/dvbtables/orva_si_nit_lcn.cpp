@@ -16,15 +16,15 @@ constexpr std::uint8_t tag_nordig_channel_lists = 0x87; // version 2
 
 // Asks the private descriptors of the transport streams that are meant; the question is given the
 // stream and a payload, and answers false when there is no more room.
-template <class Meant, class Matches, class List, class Question>
+template <class Meant, class Matches, class End, class Question>
 std::uint32_t ask_private(site here, std::uint32_t nid, Meant meant, Matches matches,
-                          std::uint8_t tag, const List &list, Question question)
+                          std::uint8_t tag, const End &end, Question question)
 {
     const auto tell = [&](std::uint32_t specifier) {
         SI_LOG_AT(here, level::trace, "found the pdsd = [%#lx|%ld], match_pdsd=%d\n",
                   static_cast<unsigned long>(specifier), static_cast<long>(specifier), 1);
     };
-    return ask_transports(here, nid, meant, list, [&](dvb_nit_transport &transport) {
+    return ask_transports(here, nid, meant, end, [&](dvb_nit_transport &transport) {
         const auto visit = [&](bytes found) {
             SI_LOG_AT(here, level::trace, "found the lcn desc and the match_pdsd = %d\n", 1);
             return question(transport, found);
@@ -43,15 +43,20 @@ struct logical_channel {
     std::uint8_t visible() const { return static_cast<std::uint8_t>(coded >> 15); }
 };
 
-// The bits of a logical_channel_number; none for a mode that is not known.
+// The bits of a logical_channel_number; none in a mode that is not known.
 constexpr std::uint16_t number_bits(std::uint32_t lcn_mode)
 {
-    constexpr std::uint32_t ten_bits = 0;
-    constexpr std::uint32_t fourteen_bits = 1;
-    return lcn_mode == ten_bits ? 0x3FF : lcn_mode == fourteen_bits ? 0x3FFF : 0;
+    switch (lcn_mode) {
+    case 0:
+        return 0x3FF;
+    case 1:
+        return 0x3FFF;
+    default:
+        return 0;
+    }
 }
 
-// Writes what a record says of its channel; the number of an unknown mode stays the caller's.
+// Writes what a record says of its channel; in an unknown mode the number stays the caller's.
 template <class Record>
 void fill(Record &record, const logical_channel &channel, std::uint32_t lcn_mode)
 {
@@ -97,18 +102,19 @@ bool every_channel_list(bytes descriptor, Visit visit)
     return true;
 }
 
-// Asks the channel lists of the transport streams that are meant.
-template <class Meant, class List, class Question>
-std::uint32_t ask_channel_lists(site here, std::uint32_t nid, Meant meant, std::uint32_t pdsd,
-                                const List &list, Question question)
+// Asks the channel lists of a transport stream.
+template <class End, class Question>
+std::uint32_t ask_channel_lists(site here, std::uint32_t nid, std::uint32_t ts, std::uint32_t onid,
+                                std::uint32_t pdsd, const End &end, Question question)
 {
-    return ask_private(here, nid, meant, specifier_equal_to(pdsd), tag_nordig_channel_lists, list,
-                       [&](const dvb_nit_transport &, bytes descriptor) {
-                           SI_LOG_AT(here, level::trace,
-                                     "nordig_logical_channel_ver2_descriptor->tag = %#x len = %d\n",
-                                     tag_nordig_channel_lists, static_cast<int>(descriptor.size()));
-                           return every_channel_list(descriptor, question);
-                       });
+    const auto visit = [&](const dvb_nit_transport &, bytes descriptor) {
+        SI_LOG_AT(here, level::trace,
+                  "nordig_logical_channel_ver2_descriptor->tag = %#x len = %d\n",
+                  tag_nordig_channel_lists, static_cast<int>(descriptor.size()));
+        return every_channel_list(descriptor, question);
+    };
+    return ask_private(here, nid, stream_with(ts, onid), specifier_equal_to(pdsd),
+                       tag_nordig_channel_lists, end, visit);
 }
 
 bool put_channel(site here, const many<SiNordigLcn> &list, const logical_channel &channel,
@@ -120,6 +126,35 @@ bool put_channel(site here, const many<SiNordigLcn> &list, const logical_channel
                   static_cast<int>(*list.count), record.serv_id,
                   channel.coded & number_bits(lcn_mode), record.visible_service_flag);
     });
+}
+
+bool put_channel(const many<SiLcnInfo> &list, const dvb_nit_transport &transport,
+                 const logical_channel &channel, std::uint32_t lcn_mode)
+{
+    return list.put([&](SiLcnInfo &record) {
+        record.transport_stream_id = transport.transport_stream_id;
+        record.original_network_id = transport.original_network_id;
+        fill(record, channel, lcn_mode);
+    });
+}
+
+// Lists each specifier that a logical channel descriptor follows; the second behind the same
+// specifier lists nothing.
+bool put_specifiers(site here, const many<std::uint32_t> &list, dvb_nit_transport &transport)
+{
+    std::uint32_t current = 0;
+    for (descriptor &d : descriptors(transport)) {
+        if (const auto *found = as<dvb_private_data_specifier_descriptor>(d))
+            current = found->private_data_specifier;
+        if (d.tag != tag_logical_channel || current == 0)
+            continue;
+        if (!list.put(current))
+            return false;
+        SI_LOG_AT(here, level::trace, "found the matched pdsd_val=%#lx\n",
+                  static_cast<unsigned long>(current));
+        current = 0;
+    }
+    return true;
 }
 
 // ---- Service attributes
@@ -164,14 +199,13 @@ uint32_t Orva_Si_GetNordigV2LCNInfo(uint32_t nid, uint32_t ts, uint32_t onid, ui
     SI_REQUIRE(count);
     const site here = SI_HERE;
     const many list{pinfo, count};
+    const auto wanted = static_cast<std::uint8_t>(channel_list_id);
     const auto put = [&](const logical_channel &channel) {
         return put_channel(here, list, channel, lcn_mode);
     };
-    return ask_channel_lists(here, nid, stream_with(ts, onid), pdsd, list,
-                             [&](const channel_list &found) {
-                                 return found.id != static_cast<std::uint8_t>(channel_list_id) ||
-                                        every_channel(found.channels, put);
-                             });
+    return ask_channel_lists(here, nid, ts, onid, pdsd, list, [&](const channel_list &found) {
+        return found.id != wanted || every_channel(found.channels, put);
+    });
 }
 
 uint32_t Orva_Si_GetNordigV2ChanlList(uint32_t nid, uint32_t ts, uint32_t onid, uint32_t pdsd,
@@ -180,17 +214,15 @@ uint32_t Orva_Si_GetNordigV2ChanlList(uint32_t nid, uint32_t ts, uint32_t onid, 
     SI_REQUIRE(pchnlist);
     SI_REQUIRE(pcount);
     const many list{pchnlist, pcount};
-    return ask_channel_lists(SI_HERE, nid, stream_with(ts, onid), pdsd, list,
-                             [&](const channel_list &found) {
-                                 return list.put([&](SiNordigChanList &record) {
-                                     record.channel_list_id = found.id;
-                                     copy_text(record.name, found.name);
-                                     copy_code(record.country_code, found.country);
-                                 });
-                             });
+    return ask_channel_lists(SI_HERE, nid, ts, onid, pdsd, list, [&](const channel_list &found) {
+        return list.put([&](SiNordigChanList &record) {
+            record.channel_list_id = found.id;
+            copy_text(record.name, found.name);
+            copy_code(record.country_code, found.country);
+        });
+    });
 }
 
-// A specifier is listed once, however many descriptors stand under it.
 uint32_t Orva_Si_GetLCNPdsdList(uint32_t nid, uint32_t ts, uint32_t onid, uint32_t *pdsdlist,
                                 uint32_t *pcount)
 {
@@ -198,22 +230,10 @@ uint32_t Orva_Si_GetLCNPdsdList(uint32_t nid, uint32_t ts, uint32_t onid, uint32
     SI_REQUIRE(pcount);
     const site here = SI_HERE;
     const many list{pdsdlist, pcount};
-    return ask_transports(
-        here, nid, stream_with(ts, onid), list, [&](dvb_nit_transport &transport) {
-            std::uint32_t current = 0;
-            for (descriptor &d : descriptors(transport)) {
-                if (const auto *found = as<dvb_private_data_specifier_descriptor>(d))
-                    current = found->private_data_specifier;
-                if (d.tag != tag_logical_channel || current == 0)
-                    continue;
-                if (!list.put(current))
-                    return step::full;
-                SI_LOG_AT(here, level::trace, "found the matched pdsd_val=%#lx\n",
-                          static_cast<unsigned long>(current));
-                current = 0;
-            }
-            return step::next;
-        });
+    const auto meant = stream_with(ts, onid);
+    return ask_transports(here, nid, meant, list, [&](dvb_nit_transport &transport) {
+        return put_specifiers(here, list, transport) ? step::next : step::full;
+    });
 }
 
 uint32_t Orva_Si_GetAllLCNInfo(uint32_t nid, uint32_t pdsd, uint32_t lcn_mode, SiLcnInfo *pinfo,
@@ -222,16 +242,13 @@ uint32_t Orva_Si_GetAllLCNInfo(uint32_t nid, uint32_t pdsd, uint32_t lcn_mode, S
     SI_REQUIRE(pinfo);
     SI_REQUIRE(pcount);
     const many list{pinfo, pcount};
+    const auto put = [&](const dvb_nit_transport &transport, bytes descriptor) {
+        return every_channel(byte_reader{descriptor}, [&](const logical_channel &channel) {
+            return put_channel(list, transport, channel, lcn_mode);
+        });
+    };
     return ask_private(SI_HERE, nid, any_stream, any_specifier_if_0(pdsd), tag_logical_channel,
-                       list, [&](const dvb_nit_transport &transport, bytes descriptor) {
-                           return every_channel(byte_reader{descriptor}, [&](const auto &channel) {
-                               return list.put([&](SiLcnInfo &record) {
-                                   record.transport_stream_id = transport.transport_stream_id;
-                                   record.original_network_id = transport.original_network_id;
-                                   fill(record, channel, lcn_mode);
-                               });
-                           });
-                       });
+                       list, put);
 }
 
 uint32_t Orva_Si_GetDBookServAttDesc(uint32_t nid, uint32_t ts, uint32_t onid, uint32_t pdsd,
@@ -241,9 +258,9 @@ uint32_t Orva_Si_GetDBookServAttDesc(uint32_t nid, uint32_t ts, uint32_t onid, u
     SI_REQUIRE(pcount);
     const site here = SI_HERE;
     const many list{servattarray, pcount};
+    const auto put = [&](const dvb_nit_transport &, bytes descriptor) {
+        return put_attributes(here, list, descriptor);
+    };
     return ask_private(here, nid, stream_with(ts, onid), specifier_equal_to(pdsd),
-                       tag_service_attribute, list,
-                       [&](const dvb_nit_transport &, bytes descriptor) {
-                           return put_attributes(here, list, descriptor);
-                       });
+                       tag_service_attribute, list, put);
 }

@@ -8,6 +8,7 @@
 #include "orva_si_descr.h"
 #include "orva_si_log.h"
 #include "orva_si_nit.h"
+#include "orva_si_pmt.h"
 
 namespace si {
 
@@ -44,10 +45,13 @@ step ask_software_updates(dvb_nit_section &nit, Question question)
     });
 }
 
-void tell(site here, const SiLinkage &to)
+bool put_linkage(site here, const many<SiLinkage> &list, const SiLinkage &to)
 {
+    if (!list.put(to))
+        return false;
     SI_LOG_AT(here, level::trace, "ts_id = %#4x, on_id = %#4x, service_id = %#4x, type = %#2x\n",
               to.transport_stream_id, to.original_network_id, to.service_id, to.linkage_type);
+    return true;
 }
 
 // The selector of the first entry of the OUI loop; empty when there is no entry that fits the loop.
@@ -65,11 +69,6 @@ std::optional<bytes> first_selector(site here, bytes private_data)
     return selector;
 }
 
-constexpr SiTableKey pmt_of(std::uint32_t program_number)
-{
-    return {SI_ANY_PID, tid_pmt, low16(program_number), SI_ANY_EXT, SI_ANY_EXT};
-}
-
 } // namespace
 
 } // namespace si
@@ -85,12 +84,8 @@ uint32_t Orva_Si_GetNitLinkageDesc(uint32_t nid, uint32_t linkage_type, SiLinkag
     const many list{lkgrpcserv, pcount};
     const auto wanted = static_cast<std::uint8_t>(linkage_type);
     const auto append = [&](const linkage &found) {
-        if (wanted != 0 && found.to.linkage_type != wanted)
-            return step::next;
-        if (!list.put(found.to))
-            return step::full;
-        tell(here, found.to);
-        return step::next;
+        const bool meant = wanted == 0 || found.to.linkage_type == wanted;
+        return !meant || put_linkage(here, list, found.to) ? step::next : step::full;
     };
     return query<nit_codec>(here, nit_of(nid), list,
                             [&](dvb_nit_section &nit) { return ask_linkages(nit, append); });
@@ -130,14 +125,12 @@ uint32_t Orva_Si_GetSsuPidsByNitLinkage(uint32_t service_id, uint16_t *pids, uin
     const site here = SI_HERE;
     SI_LOG_AT(here, level::trace, "servicd_id = %#x\n", low16(service_id));
     const many list{pids, pcount};
-    return query<pmt_codec>(here, pmt_of(service_id), list, [&](mpeg_pmt_section &pmt) {
-        for (mpeg_pmt_stream &stream : streams(pmt)) {
-            if (first<dvb_data_broadcast_id_descriptor>(descriptors(stream)) == nullptr)
-                continue;
-            if (!list.put(static_cast<std::uint16_t>(stream.pid)))
-                return step::full;
-            SI_LOG_AT(here, level::trace, "elementary_PID = %#x\n", stream.pid);
-        }
+    return ask_streams(here, service_id, list, [&](mpeg_pmt_stream &stream) {
+        if (first<dvb_data_broadcast_id_descriptor>(descriptors(stream)) == nullptr)
+            return step::next;
+        if (!list.put(static_cast<std::uint16_t>(stream.pid)))
+            return step::full;
+        SI_LOG_AT(here, level::trace, "elementary_PID = %#x\n", stream.pid);
         return step::next;
     });
 }

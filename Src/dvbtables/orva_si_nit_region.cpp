@@ -12,47 +12,47 @@ namespace {
 
 constexpr list_codes judged_by_count{.some = ORVA_SI_FAILURE, .none = ORVA_SI_FAILURE};
 
+// Shows each descriptor of a loop to a function, which answers false when there is no more room.
 template <class Loop, class Visit>
-step ask_regions(const Loop &loop, Visit visit)
+step show_all(const Loop &loop, Visit visit)
 {
     for (const descriptor &d : loop)
-        if (!every_region(d, visit))
+        if (!visit(d))
             return step::full;
     return step::next;
 }
 
-template <class Loop, class Visit>
-step ask_region_names(const Loop &loop, Visit visit)
+template <class End, class Visit>
+std::uint32_t show_first_loop(site here, std::uint32_t nid, const End &end, Visit visit)
 {
-    for (const descriptor &d : loop)
-        if (!every_region_name(d, visit))
-            return step::full;
-    return step::next;
+    return query<nit_codec>(here, nit_of(nid), end, [&](dvb_nit_section &nit) {
+        return show_all(descriptors(nit), visit);
+    });
 }
 
-// What the questions of this file differ in: the end, and what is done with each region or name.
+// The three questions: of lists and of counts, which differ in the end and in what is done with
+// each region or name.
 template <class End, class Visit>
 std::uint32_t global_regions(site here, std::uint32_t nid, const End &end, Visit visit)
 {
-    return query<nit_codec>(here, nit_of(nid), end, [&](dvb_nit_section &nit) {
-        return ask_regions(descriptors(nit), visit);
-    });
+    return show_first_loop(here, nid, end,
+                           [&](const descriptor &d) { return every_region(d, visit); });
+}
+
+template <class End, class Visit>
+std::uint32_t region_names(site here, std::uint32_t nid, const End &end, Visit visit)
+{
+    return show_first_loop(here, nid, end,
+                           [&](const descriptor &d) { return every_region_name(d, visit); });
 }
 
 template <class End, class Visit>
 std::uint32_t stream_regions(site here, std::uint32_t nid, std::uint32_t ts, std::uint32_t onid,
                              const End &end, Visit visit)
 {
+    const auto regions = [&](const descriptor &d) { return every_region(d, visit); };
     return ask_transports(here, nid, stream_with(ts, onid), end, [&](dvb_nit_transport &transport) {
-        return ask_regions(descriptors(transport), visit);
-    });
-}
-
-template <class End, class Visit>
-std::uint32_t region_names(site here, std::uint32_t nid, const End &end, Visit visit)
-{
-    return query<nit_codec>(here, nit_of(nid), end, [&](dvb_nit_section &nit) {
-        return ask_region_names(descriptors(nit), visit);
+        return show_all(descriptors(transport), regions);
     });
 }
 
