@@ -48,7 +48,7 @@ void trace_stream(site here, const mpeg_pmt_stream &stream)
     SI_LOG_AT(here, level::trace, "ES_info_length = %#x\n", stream.es_info_length);
 }
 
-// Copies the first selector bytes that the program has for a wanted id.
+// Copies those selector bytes to the caller.
 template <class Wanted>
 step copy_selector(site here, mpeg_pmt_stream &stream, Wanted wanted, std::uint8_t *data,
                    std::uint32_t &len)
@@ -61,9 +61,9 @@ step copy_selector(site here, mpeg_pmt_stream &stream, Wanted wanted, std::uint8
 template <class Wanted>
 step append_broadcast(mpeg_pmt_stream &stream, Wanted wanted, const many<std::uint16_t> &pids)
 {
-    if (!find_selector(stream, wanted) || pids.put(static_cast<std::uint16_t>(stream.pid)))
+    if (!find_selector(stream, wanted))
         return step::next;
-    return step::full;
+    return pids.put(static_cast<std::uint16_t>(stream.pid)) ? step::next : step::full;
 }
 
 constexpr std::uint8_t tag_association = 0x14;       // association_tag_descriptor, ISO/IEC 13818-6

@@ -193,11 +193,12 @@ struct preferred_names {
     byte_reader in;
 };
 
-// The next name; ok of the reader tells whether there was one.
 struct preferred_name {
     std::uint8_t id;
     bytes text;
 };
+
+// The next name; the reader's ok tells whether there was one.
 preferred_name read_name(byte_reader &in)
 {
     const std::uint8_t id = in.u8();
