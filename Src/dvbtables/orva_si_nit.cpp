@@ -19,7 +19,7 @@ auto names(dvb_multilingual_network_name_descriptor &naming)
                      behind(naming, naming.d.len)};
 }
 
-// Asks each of a network's names in a language, until one is not answered next.
+// Asks each of a network's multilingual names in turn, until the question does not answer next.
 template <class End, class Question>
 std::uint32_t ask_names(site here, std::uint32_t nid, const End &end, Question question)
 {

@@ -24,8 +24,8 @@ step ask_loop(const Loop &loop, Question question)
     return step::next;
 }
 
-// Asks the linkages of the first loop, then those of each transport stream, until one does not
-// answer next.
+// Asks the linkages of the first loop, then those of each transport stream, until the question does
+// not answer next.
 template <class Question>
 step ask_linkages(dvb_nit_section &nit, Question question)
 {

@@ -30,8 +30,8 @@ std::uint32_t show_first_loop(site here, std::uint32_t nid, const End &end, Visi
     });
 }
 
-// The three questions: of lists and of counts, which differ in the end and in what is done with
-// each region or name.
+// Each walk serves a list and its count, which differ in how they end and in what they do with a
+// region or name.
 template <class End, class Visit>
 std::uint32_t global_regions(site here, std::uint32_t nid, const End &end, Visit visit)
 {
