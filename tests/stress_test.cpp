@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // All kinds of thread at once against a broadcast of valid, damaged and hostile sections: two
-// drivers, a controlling client, a client that asks and cancels, the background services, and the
-// client's callback. ORVA_STRESS_SECONDS says for how long (3); what is found in the end is that
-// nobody is stuck, every buffer came back once and all memory was given up. Sanitizers watch.
+// drivers, a controlling client, a client that asks and cancels, three more that only ask, the
+// background services, and the client's callback. ORVA_STRESS_SECONDS says for how long (3); what
+// is found in the end is that nobody is stuck, every buffer came back once and all memory was given
+// up. Sanitizers watch.
 #include <glib.h>
 #include <gtest/gtest.h>
 #include <random>
@@ -24,6 +25,7 @@
 #include "fakes/driver.h"
 #include "fakes/platform.h"
 #include "orva_si.h"
+#include "support/descriptors.h"
 #include "support/sections.h"
 
 using namespace test;
@@ -72,7 +74,8 @@ std::atomic<bool> calm{false};     // the broadcast pauses, so that a start find
 std::atomic<bool> scanning{false}; // somebody is to cancel
 
 struct counters {
-    std::atomic<std::size_t> sections, batches, starts, scans, notifications, answers;
+    std::atomic<std::size_t> sections, batches, starts, scans, notifications, answers,
+        event_answers;
 } counted;
 
 // ---- The broadcast
@@ -129,16 +132,39 @@ octets random_bat(dice &d)
                     .transports = {{.ts = 1, .descriptors = {service_list({{1, 1}, {2, 1}})}}}});
 }
 
+// What an event may carry, each now and then, in two languages.
+std::vector<octets> random_event_descriptors(dice &d)
+{
+    const char *language = d.one_in(2) ? "eng" : "deu";
+    const std::array<octets, 9> all{
+        short_event(language, "Name", "Text"),
+        extended_event({.language = language, .items = {{"Role", "Player"}}, .text = "More"}),
+        component(1, 3, 7),
+        content({{1, 2, 3, 4}, {5, 6, 7, 8}}),
+        parental_rating({{"GBR", 4}}),
+        ca_identifier({0x500}),
+        private_data_specifier(0x233A),
+        preferred_name_identifier(5),
+        raw(static_cast<std::uint8_t>(0x4D + d.below(9)), octets(d.below(20), d.byte()))};
+    std::vector<octets> some;
+    for (const octets &one : all)
+        if (!d.one_in(3))
+            some.push_back(one);
+    return some;
+}
+
 octets random_eit(dice &d)
 {
     constexpr std::array<std::uint8_t, 5> table_ids{0x4E, 0x4F, 0x50, 0x51, 0x60};
-    return make(eit{.table_id = table_ids[d.below(table_ids.size())],
-                    .service = d.id(programs),
-                    .ts = d.id(2),
-                    .version = static_cast<std::uint8_t>(d.below(4)),
-                    .section_number = static_cast<std::uint8_t>(d.below(2)),
-                    .last_section_number = 1,
-                    .events = {{.id = 1, .descriptors = {short_event("eng", "Name", "Text")}}}});
+    eit table{.table_id = table_ids[d.below(table_ids.size())],
+              .service = d.id(programs),
+              .ts = d.id(2),
+              .version = static_cast<std::uint8_t>(d.below(4)),
+              .section_number = static_cast<std::uint8_t>(d.below(2)),
+              .last_section_number = 1};
+    for (std::uint32_t left = d.below(4); left != 0; --left)
+        table.events.push_back({.id = d.id(3), .descriptors = random_event_descriptors(d)});
+    return make(table);
 }
 
 transmission random_pmt(dice &d)
@@ -465,10 +491,105 @@ void ask(dice &d)
     counted.answers += questions[d.below(questions.size())]() == ORVA_SI_OK ? 1 : 0;
 }
 
-void asking_client(dice &d)
+// The language function of the client, called with a lock held.
+std::uint32_t number_of_language(const char *code, std::uint32_t *language)
+{
+    *language = static_cast<std::uint8_t>(code[0]);
+    return 0;
+}
+
+void ask_about_events(dice &d)
+{
+    constexpr std::uint32_t onid = 1;
+    std::array<std::uint16_t, 8> ids{};
+    std::array<std::uint32_t, 8> languages{};
+    std::array<SiBasicEvent, 8> basics{};
+    std::array<SiExtendEvtDesc, 4> extended{};
+    std::array<SiEvtContent, 4> genres{};
+    std::array<SiEvtComponent, 4> components{};
+    std::array<SiEvtRating, 4> ratings{};
+    SiDvbString text{};
+    std::uint16_t id = 0;
+    std::uint32_t seconds = 0;
+    std::uint8_t byte = 0;
+    std::uint32_t count = d.below(ids.size() + 1);
+    std::uint32_t few = d.below(extended.size() + 1);
+    const std::uint32_t ts = d.id(2);
+    const std::uint32_t sid = d.id(programs);
+    const std::uint32_t event = d.id(3);
+    const std::uint32_t language = d.one_in(2) ? 'e' : 'd';
+    const auto banner = static_cast<std::uint8_t>(d.below(2));
+    const std::array<std::function<std::uint32_t()>, 22> questions{{
+        [&] { return Orva_Si_GetOneServEvtIds(onid, ts, sid, ids.data(), &count); },
+        [&] { return Orva_Si_GetOneServEvtCount(onid, ts, sid, &count); },
+        [&] {
+            return Orva_Si_GetOneSectEvtIds(onid, ts, sid, 0x50, d.below(2), ids.data(), &count);
+        },
+        [&] {
+            return Orva_Si_GetOneServBscEvtInfos(onid, ts, sid, language, 0, 0, basics.data(),
+                                                 &count);
+        },
+        [&] { return Orva_Si_GetGetEventIDsByStartTime(onid, ts, sid, 0, ids.data(), &count); },
+        [&] {
+            return Orva_Si_GetGetEventIDsByStartTimeAndEndTime(onid, ts, sid, 0, 0xFFFFFFFF,
+                                                               ids.data(), &count);
+        },
+        [&] { return Orva_Si_GetBnrEvtId(onid, ts, sid, d.below(3), &id); },
+        [&] { return Orva_Si_GetEvtStartUTCTime(onid, ts, sid, event, &seconds, banner); },
+        [&] { return Orva_Si_GetEvtDuringTime(onid, ts, sid, event, &seconds, banner); },
+        [&] { return Orva_Si_GetEvtNameByID(onid, ts, sid, event, &text, language, banner); },
+        [&] {
+            return Orva_Si_GetEvtNameLangList(onid, ts, sid, event, languages.data(), &count,
+                                              banner);
+        },
+        [&] { return Orva_Si_GetShortEvtDescByID(onid, ts, sid, event, language, &text, banner); },
+        [&] {
+            return Orva_Si_GetShortEvtDescLangList(onid, ts, sid, event, languages.data(), &count,
+                                                   banner);
+        },
+        [&] {
+            return Orva_Si_GetExtendEvtDescByID(onid, ts, sid, event, language, extended.data(),
+                                                banner);
+        },
+        [&] {
+            return Orva_Si_GetAllExtendEvtDescByID(onid, ts, sid, event, language, extended.data(),
+                                                   &few, banner);
+        },
+        [&] { return Orva_Si_GetExtendEvtDescCnt(onid, ts, sid, event, language, &few, banner); },
+        [&] {
+            return Orva_Si_GetExtendEvtDescLangList(onid, ts, sid, event, languages.data(), &count,
+                                                    banner);
+        },
+        [&] {
+            return Orva_Si_GetEvtContentDesc(onid, ts, sid, event, genres.data(), &few, banner);
+        },
+        [&] {
+            return Orva_Si_GetEvtComponentDesc(onid, ts, sid, event, components.data(), &few,
+                                               banner);
+        },
+        [&] {
+            return Orva_Si_GetEvtParentalRatingDesc(onid, ts, sid, event, ratings.data(), &few,
+                                                    banner);
+        },
+        [&] {
+            Orva_Si_HaveEvtCAIdentifierDesc(onid, ts, sid, event, &byte, banner);
+            return byte == 1 ? ORVA_SI_OK : ORVA_SI_FAILURE;
+        },
+        [&] { return Orva_Si_EvtGetPfNameId(onid, ts, sid, event, 0x233A, &byte, banner); },
+    }};
+    counted.event_answers += questions[d.below(questions.size())]() == ORVA_SI_OK ? 1 : 0;
+}
+
+void querying_client(dice &d)
 {
     for (std::uint32_t left = 20; left != 0; --left)
-        ask(d);
+        d.one_in(2) ? ask_about_events(d) : ask(d);
+    std::this_thread::sleep_for(std::chrono::microseconds{d.below(1000)});
+}
+
+void asking_client(dice &d)
+{
+    querying_client(d);
     if (scanning ? d.one_in(100) : d.one_in(2000))
         Orva_Si_CancelScanChannel();
     if (d.one_in(50))
@@ -480,7 +601,6 @@ void asking_client(dice &d)
     }
     if (d.one_in(10))
         Si_BG_WaitAllServiceTerminate();
-    std::this_thread::sleep_for(std::chrono::microseconds{d.below(1000)});
 }
 
 // ---- The timer thread: a service may run at any time, also while it is being paused.
@@ -507,7 +627,7 @@ std::uint32_t client(std::uint32_t reason, std::uint32_t, SiWord data, std::uint
         counted.answers += sum & 1u;
     }
     if (d.one_in(5))
-        ask(d);
+        d.one_in(2) ? ask_about_events(d) : ask(d);
     if (d.one_in(100))
         Orva_Si_StartDsmFilter(dsmcc_pid + d.below(6));
     if (d.one_in(100))
@@ -524,10 +644,13 @@ struct worker {
     void (*step)(dice &);
     std::atomic<std::uint64_t> steps{0};
 };
-std::array<worker, 5> workers{{{"driver of single sections", single_driver},
+std::array<worker, 8> workers{{{"driver of single sections", single_driver},
                                {"driver of batches", batch_driver},
                                {"controlling client", controlling_client},
                                {"asking client", asking_client},
+                               {"querying client 1", querying_client},
+                               {"querying client 2", querying_client},
+                               {"querying client 3", querying_client},
                                {"timer thread", services}}};
 
 void work(worker &self, unsigned seed)
@@ -596,6 +719,7 @@ TEST(Stress, NobodyIsStuckAndEverythingIsGivenBack)
     const watchdog dog{duration() + 60s};
     fake::set_log_level(0);
     ASSERT_EQ(Orva_Si_InstallCallback(client), ORVA_SI_OK);
+    ASSERT_EQ(Orva_Si_InstallISO639toIDFunc(number_of_language), ORVA_SI_OK);
     ASSERT_EQ(Orva_Si_Init(fake::driver().table()), ORVA_SI_OK);
     ASSERT_TRUE(wait_for([] { return Orva_Si_GetTableList() != nullptr; }));
 
@@ -634,6 +758,7 @@ TEST(Stress, NobodyIsStuckAndEverythingIsGivenBack)
     report("scans", counted.scans);
     report("notifications", counted.notifications);
     report("answers", counted.answers);
+    report("event answers", counted.event_answers);
 }
 
 } // namespace
