@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -18,6 +16,7 @@
 #include "orva_si/query_program.h"
 #include "support/descriptors.h"
 #include "support/getters.h"
+#include "support/questions.h"
 #include "support/sections.h"
 #include "support/store.h"
 #include "support/store_fixture.h"
@@ -69,83 +68,6 @@ pmt program_table(u16 id = key)
 }
 
 // ---- The questions
-
-// The result, and how many entries came with it: 1 for a single value.
-struct answer {
-    u32 result;
-    u32 count;
-
-    bool operator==(const answer &) const = default;
-};
-void PrintTo(const answer &of, std::ostream *out)
-{
-    *out << "result " << of.result << " count " << of.count;
-}
-
-// How a getter is asked: with so much room for a list, and with each of its pointers null.
-struct asking {
-    std::function<answer(u32 id, u32 capacity)> ask;
-    std::vector<std::function<u32()>> ask_without;
-    bool sums_up = false; // lists and counts; others answer from the first place that can
-};
-
-// One value, or a list, in memory of exactly its size.
-template <class T, class Get>
-asking value(Get get)
-{
-    return {.ask =
-                [get](u32 id, u32) {
-                    const auto room = std::make_unique<T>();
-                    const u32 result = get(id, room.get());
-                    return answer{result, result == ORVA_SI_OK};
-                },
-            .ask_without = {[get] { return get(key, static_cast<T *>(nullptr)); }}};
-}
-template <class T, class Get>
-asking list(Get get)
-{
-    const auto room = std::make_shared<T>();
-    const auto capacity = std::make_shared<u32>(1);
-    return {.ask =
-                [get](u32 id, u32 most) {
-                    const auto asked =
-                        test::ask<T>([&](T *out, u32 *count) { return get(id, out, count); }, most);
-                    return answer{asked.result, asked.count};
-                },
-            .ask_without = {[=] {
-                                const u32 result =
-                                    get(key, static_cast<T *>(nullptr), capacity.get());
-                                EXPECT_EQ(*capacity, 1u);
-                                return result;
-                            },
-                            [=] { return get(key, room.get(), static_cast<u32 *>(nullptr)); }},
-            .sums_up = true};
-}
-// Bytes: every sample has one. The length changes on success only.
-template <class Get>
-asking bytes(Get get)
-{
-    auto way = list<u8>(get);
-    const auto ask = way.ask;
-    way.ask = [ask](u32 id, u32 capacity) {
-        const answer asked = ask(id, capacity);
-        return asked.result == ORVA_SI_OK ? asked : answer{asked.result, 0};
-    };
-    way.sums_up = false;
-    return way;
-}
-template <class Get>
-asking number(Get get)
-{
-    return {.ask =
-                [get](u32 id, u32) {
-                    u32 count = 0xDEAD;
-                    const u32 result = get(id, &count);
-                    return answer{result, count};
-                },
-            .ask_without = {[get] { return get(key, static_cast<u32 *>(nullptr)); }},
-            .sums_up = true};
-}
 
 struct question {
     std::string name;
