@@ -179,6 +179,15 @@ TEST_P(PrivateSpecifier, OfTheCallerMustStandBefore)
     EXPECT_FALSE(answers(0x233B));
 }
 
+TEST_P(PrivateSpecifier, IsTracedWhenItMatches)
+{
+    store_stream({under(nordig), under(0x233A), descriptor()});
+    ASSERT_TRUE(answers(0x233A));
+    EXPECT_TRUE(fake::logged(4, "found the pdsd = [0x233a|9018], match_pdsd=1\n"))
+        << fake::log_text();
+    EXPECT_FALSE(fake::logged("found the pdsd = [0x29|41], match_pdsd=1\n"));
+}
+
 TEST_P(PrivateSpecifier, BehindTheDescriptorIsTooLate)
 {
     store_stream({descriptor(), under(nordig)});
@@ -248,16 +257,6 @@ TEST(PrivateDescriptors, AreThoseOfTheStreamOfItsOriginalNetwork)
     expect_empty<SiServAttr>(attributes(nordig), ORVA_SI_NO_DATA);
 }
 
-TEST(PrivateDescriptors, TheSpecifierThatMatchesIsTraced)
-{
-    store_stream({under(0x233A), one_list});
-    ask<SiNordigLcn>(nordig_lcn(1, 0, 0x233A), 1);
-    EXPECT_TRUE(fake::logged(4, "found the pdsd = [0x233a|9018], match_pdsd=1\n"))
-        << fake::log_text();
-    EXPECT_TRUE(fake::logged(4, "found the lcn desc and the match_pdsd = 1\n"));
-    EXPECT_TRUE(fake::logged(4, "nordig_logical_channel_ver2_descriptor->tag = 0x87 len = 10\n"));
-}
-
 // ---- Numbers of NorDig version 2
 
 TEST(NordigNumbers, AreThoseOfTheListWanted)
@@ -276,6 +275,8 @@ TEST(NordigNumbers, AreTraced)
 {
     store_stream({under(nordig), nordig_channels({{1, "", "nor", {{0x501, true, 7}}}})});
     ask<SiNordigLcn>(nordig_lcn(1), 1);
+    EXPECT_TRUE(fake::logged(4, "found the lcn desc and the match_pdsd = 1\n")) << fake::log_text();
+    EXPECT_TRUE(fake::logged(4, "nordig_logical_channel_ver2_descriptor->tag = 0x87 len = 10\n"));
     EXPECT_TRUE(traced(") serv_id=1281,logchan num=7, visiable flag = 1\n")) << fake::log_text();
 }
 
