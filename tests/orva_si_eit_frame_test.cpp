@@ -209,6 +209,32 @@ TEST_F(Frame, TellsHowFarItCame)
     }
 }
 
+TEST_F(Frame, TellsWhichServiceIsMeant)
+{
+    const auto names_it = [](const fake::log_line &line) {
+        return line.level == 4 &&
+               line.text.starts_with("on_id: 1286, ts_id: 772, serv_id: 258, count: ");
+    };
+    for (const question &q : questions) {
+        fake::clear_log();
+        q.ask({.onid = 0x10000u | network, .service = 0x20000u | sid});
+        EXPECT_TRUE(std::ranges::any_of(fake::log_lines(), names_it)) << q.name << '\n'
+                                                                      << fake::log_text();
+    }
+}
+
+TEST_F(Frame, ALogThatIsOffChangesNoAnswer)
+{
+    deliver(full_section(0x50));
+    deliver(full_section(0x4E));
+    fake::clear_log();
+    fake::set_log_level(0);
+    for (const std::uint8_t banner : {in_schedule, in_banner})
+        expect_answers({.banner = banner});
+    fake::set_log_level(5);
+    EXPECT_TRUE(fake::log_lines().empty());
+}
+
 TEST_F(Frame, WhoTakesABannerArgumentTellsIt)
 {
     for (const question &q : questions) {
@@ -278,7 +304,9 @@ TEST_F(Frame, ARecordThatLostItsSectionIsPassedOver)
     deliver(guide(0x50, 0, {{.id = 1}}));
     deliver_without_memory(full_section(0x50, 0), 1);
     ASSERT_EQ(records().at(0)->section, nullptr);
+    fake::clear_log();
     expect_nothing({});
+    EXPECT_TRUE(fake::logged(4, "int_psect = null\n")) << fake::log_text();
     deliver(full_section(0x50, 1));
     expect_answers({.section = 1});
 }
@@ -313,6 +341,16 @@ TEST_F(Frame, TheLockIsGivenBackWhateverTheAnswer)
             }
 }
 
+TEST_F(Frame, TheLockIsTraced)
+{
+    for (const question &q : questions) {
+        fake::clear_log();
+        q.ask({});
+        EXPECT_TRUE(fake::logged(5, "~~~Mutex Lock~~~\n")) << q.name;
+        EXPECT_TRUE(fake::logged(5, "===Mutex Unlock===\n")) << q.name;
+    }
+}
+
 TEST_F(Frame, TheLockOfTheOtherTablesIsNotTaken)
 {
     deliver(full_section(0x50));
@@ -344,6 +382,7 @@ TEST_F(Frame, WithoutTheLockNothingIsRead)
 TEST_F(Frame, ALockThatWasNotTakenIsNotGivenBack)
 {
     deliver(full_section(0x50));
+    unlocked_in_vain = 0;
     for (const question &q : questions) {
         eit_lock_fails = true;
         q.ask({});

@@ -125,7 +125,7 @@ TEST_F(HostileEvents, TheLargestSectionIs4096Bytes)
     ASSERT_EQ(largest.size(), 4096u);
     deliver(largest);
     expect_answers({});
-    for (const std::size_t size : {4097, 4098}) {
+    for (const std::size_t size : {4097u, 4098u}) {
         Orva_Si_EraseAllEitRawData();
         deliver(full_section_of(size));
         ASSERT_EQ(records().at(0)->sect_len, size);

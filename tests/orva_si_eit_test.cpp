@@ -63,6 +63,7 @@ TEST_F(ServiceEvents, AreToldInTheLog)
     deliver(guide(0x50, 0, {{.id = 4711}}));
     ask<std::uint16_t>(schedule_ids, 1);
     EXPECT_TRUE(fake::logged(4, "found the event id = 4711\n")) << fake::log_text();
+    EXPECT_TRUE(fake::logged("all are looped of count=1\n"));
 }
 
 TEST_F(ServiceEvents, OfPresentAndFollowingAreLeftOut)
