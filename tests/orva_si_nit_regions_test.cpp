@@ -268,6 +268,12 @@ TEST(RegionNames, AreThoseOfEveryEntryOfEveryDescriptor)
     EXPECT_EQ(names[4].charset_type, 5u);
 }
 
+TEST(RegionNames, PrimaryCodeStandsInEveryEntry)
+{
+    store_network({target_region_name("GBR", "eng", {{"All", 0, 1}, {"Kent", 1, 2}})});
+    expect_names({"All", "Kent"});
+}
+
 TEST(RegionNames, AreCountedInTheLog)
 {
     store_network({target_region_name("GBR", "eng", {{"England"}, {"Wales"}})});

@@ -159,7 +159,8 @@ bytes read_region_name(byte_reader &in)
 {
     const std::uint8_t kind = in.u8();
     const bytes name = in.span(kind & 0x3F);
-    read_region_code(in, kind >> 6);
+    constexpr unsigned least_depth = 1; // primary_region_code stands in every entry
+    read_region_code(in, std::max<unsigned>(kind >> 6, least_depth));
     return name;
 }
 
