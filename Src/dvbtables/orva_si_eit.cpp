@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::uint8_t preferred_name_identifier = 0x85; // private, DTG D-Book
 
-// ---- Lists of a service's events
+// ---- Which sections are read, and lists of a service's events
 
 auto schedule_only(site here)
 {
@@ -21,6 +21,11 @@ auto schedule_only(site here)
             SI_LOG_AT(here, level::trace, "ingore the banner eit table\n");
         return is_schedule(table_id);
     };
+}
+
+bool banner_only(const SiEitSection &stored)
+{
+    return is_banner(received_table_id(stored));
 }
 
 // The store keeps other multiplexes under the table_ids of the tuned one.
@@ -82,6 +87,15 @@ std::uint32_t list_ids(site here, const service_key &key, const many<std::uint16
 }
 
 constexpr auto every_event = [](dvb_eit_event &) { return true; };
+
+// The event that has so many ahead of it; null when it is in none of the sections so far.
+const dvb_eit_event *count_down(dvb_eit_section &section, std::uint32_t &ahead)
+{
+    for (const dvb_eit_event &event : events(section))
+        if (ahead-- == 0)
+            return &event;
+    return nullptr;
+}
 
 // ---- Time
 
@@ -290,21 +304,17 @@ uint32_t Orva_Si_GetBnrEvtId(uint32_t onid, uint32_t ts, uint32_t sid, uint32_t 
 {
     SI_REQUIRE(pevent_id);
     const site here = SI_HERE;
-    std::uint32_t at = 0;
-    const auto banner = [](const SiEitSection &stored) {
-        return is_banner(received_table_id(stored));
-    };
-    return query_events(
-        here, service_of(onid, ts, sid), ORVA_SI_NOT_FOUND, banner, [&](dvb_eit_section &section) {
-            for (const dvb_eit_event &event : events(section))
-                if (at++ == index) {
-                    *pevent_id = event.event_id;
-                    SI_LOG_AT(here, level::trace, "found the index=%#x event id = %d\n", index,
-                              *pevent_id);
-                    return step::found;
-                }
-            return step::next;
-        });
+    std::uint32_t ahead = index;
+    return query_events(here, service_of(onid, ts, sid), ORVA_SI_NOT_FOUND, banner_only,
+                        [&](dvb_eit_section &section) {
+                            const dvb_eit_event *event = count_down(section, ahead);
+                            if (event == nullptr)
+                                return step::next;
+                            *pevent_id = event->event_id;
+                            SI_LOG_AT(here, level::trace, "found the index=%#x event id = %d\n",
+                                      index, *pevent_id);
+                            return step::found;
+                        });
 }
 
 uint32_t Orva_Si_GetEvtStartUTCTime(uint32_t onid, uint32_t ts, uint32_t sid, uint32_t event_id,
