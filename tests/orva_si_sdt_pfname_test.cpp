@@ -177,6 +177,7 @@ TEST_F(PreferredNames, LanguagesAreListedEntryByEntry)
 {
     serve_ours({two_languages, preferred_name_list({{"gla", {}}, {"eng", {{.name = "Again"}}}})});
     expect_list(languages_of_names, std::vector<u32>{10, 20, 0x80000001, 10});
+    EXPECT_FALSE(fake::logged("wrong do SiISO639Map2ID\n);")) << fake::log_text();
 }
 
 TEST_F(PreferredNames, LanguagesAreWrittenOverWhatWasThere)
