@@ -380,6 +380,13 @@ TEST(ChannelSpecifiers, EachIsListedOnceForEachTimeItIsGiven)
     expect_list(specifiers(), std::vector<std::uint32_t>{eacem, 0x8000233A, eacem});
 }
 
+TEST(ChannelSpecifiers, TheLastOneBeforeTheDescriptorIsListed)
+{
+    store_stream({under(eacem), under(0), logical_channels({{}}), under(eacem), under(nordig),
+                  logical_channels({{}})});
+    expect_list(specifiers(), std::vector<std::uint32_t>{nordig});
+}
+
 TEST(ChannelSpecifiers, OfAnotherLengthAreNone)
 {
     store_stream({raw(0x5F, {0, 0, 0, 1, 0}), raw(0x5F, {0, 0, 1}), logical_channels({{}})});
@@ -426,6 +433,9 @@ TEST(AllChannels, ASpecifierOfZeroIsNotAnyOther)
     store_stream({under(0), logical_channels({{}})});
     expect_empty<SiLcnInfo>(all_lcn(0), ORVA_SI_NO_DATA);
     expect_empty<std::uint32_t>(specifiers(), ORVA_SI_NO_DATA);
+    recreate_store();
+    store_stream({under(eacem), under(0), logical_channels({{0x501, true, 7}})});
+    expect_records(all_lcn(0), std::vector<SiLcnInfo>{{ts, onid, 0x501, 1, 7}});
 }
 
 TEST(AllChannels, OnlyWholeEntriesCount)

@@ -236,7 +236,18 @@ TEST_P(Question, IsAnsweredUnderOneLock)
 TEST_P(Question, HasNoAnswerInAnEmptyStore)
 {
     init_store();
+    fake::clear_log();
     expect_nothing();
+    EXPECT_TRUE(fake::logged(4, "all are looped of count=0\n")) << fake::log_text();
+}
+
+TEST_P(Question, TracesTablesThatItIsNotAbout)
+{
+    store(make(private_table{.table_id = 0x81, .extension = key}), 0x999);
+    store(sample());
+    fake::clear_log();
+    expect_found();
+    EXPECT_TRUE(fake::logged(4, "IS NOT eqaul, table id = 0x81\n")) << fake::log_text();
 }
 
 TEST_P(Question, IsAnsweredByItsOwnTableOnly)
@@ -409,7 +420,7 @@ TEST_P(NetworkTables, ALaterSectionAnswersAlone)
 TEST_P(NetworkTables, ALoopThatClaimsMoreThanTheSectionEndsWithIt)
 {
     const auto whole = sample();
-    const std::size_t loop_at = 10 + ((whole[8] & 0xF) << 8 | whole[9]);
+    const auto loop_at = 10 + static_cast<std::size_t>((whole[8] & 0xF) << 8 | whole[9]);
     store(with_length12(whole, loop_at, 0xFFF));
     expect_found();
 }
