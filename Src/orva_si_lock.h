@@ -53,10 +53,13 @@ public:
         SI_THREAD_SAFETY(acquire_capability(of))
         : mutex{of}, here{where}, on_unlock{unlock_text}, held{of.lock()}
     {
-        SI_LOG_AT(here, level::verbose, "~~~Mutex Lock~~~\n");
+        if (held)
+            SI_LOG_AT(here, level::verbose, "~~~Mutex Lock~~~\n");
     }
     ~scope_lock() SI_THREAD_SAFETY(release_capability())
     {
+        if (!held)
+            return;
         mutex.unlock();
         SI_LOG_AT(here, level::verbose, "%s", on_unlock);
     }
