@@ -422,6 +422,23 @@ TEST(BroadcastTrace, ASelectorWithoutItsFieldsIsAnError)
     }
 }
 
+TEST(BroadcastTrace, OtherIdsNeedNoSelector)
+{
+    store_program({stream(
+        0x151, {data_broadcast_id(0x000B), data_broadcast_id(update_id, {1}), raw(0x14, {0xBE})})});
+    EXPECT_EQ(Orva_Si_GetDataBroadCounts(5), ORVA_SI_OK);
+    EXPECT_EQ(fake::times_logged(found_text), 2u) << fake::log_text();
+    EXPECT_FALSE(fake::logged(bad_text));
+}
+
+TEST(BroadcastTrace, TheWildcardTakesEveryProgram)
+{
+    store_program({stream(0x151, {data_broadcast_id(0x000B)})});
+    store_program({stream(0x161, {data_broadcast_id(0x000B)})}, 6);
+    EXPECT_EQ(Orva_Si_GetDataBroadCounts(0xFFFF), ORVA_SI_OK);
+    EXPECT_EQ(fake::times_logged(found_text), 2u) << fake::log_text();
+}
+
 TEST(BroadcastTrace, WithoutADescriptorItSaysSo)
 {
     store_program({stream(0x151, {iso639("eng")})});
@@ -429,13 +446,6 @@ TEST(BroadcastTrace, WithoutADescriptorItSaysSo)
     EXPECT_TRUE(fake::logged(4, none_text)) << fake::log_text();
     EXPECT_FALSE(fake::logged(found_text));
     EXPECT_EQ(Orva_Si_GetDataBroadCounts(6), ORVA_SI_OK);
-}
-
-TEST(BroadcastTrace, AnAssociationTagThatIsTooShortIsNotRead)
-{
-    store_program({stream(0x151, {raw(0x14, {}), raw(0x14, {0xBE}), data_broadcast_id(0x000B)})});
-    EXPECT_EQ(Orva_Si_GetDataBroadCounts(5), ORVA_SI_OK);
-    EXPECT_TRUE(fake::logged(4, found_text)) << fake::log_text();
 }
 
 } // namespace
