@@ -4,73 +4,51 @@
 // large network starves the receiver.
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <cstdint>
 #include <vector>
 
-#include "orva_si.h"
-#include "orva_si_bytes.h"
+#include "sections.h"
 
 namespace {
+
+using namespace bench;
 
 constexpr std::size_t section_bytes = 200;
 constexpr std::size_t fresh_batch = 32;
 
-using section = std::vector<std::uint8_t>;
-
 // A one-section table with a right CRC_32: an SDT of another multiplex, or a PMT.
-struct table {
-    std::uint16_t pid;
-    section bytes;
-};
-
-table make_table(std::uint16_t ext, std::uint8_t version, bool pmt)
+section make_table(std::uint16_t ext, std::uint8_t version, bool pmt)
 {
-    section bytes(section_bytes, 0x55);
-    bytes[0] = pmt ? 0x02 : 0x46;
-    bytes[1] = 0xB0;
-    bytes[2] = static_cast<std::uint8_t>(section_bytes - 3);
-    bytes[3] = static_cast<std::uint8_t>(ext >> 8);
-    bytes[4] = static_cast<std::uint8_t>(ext);
-    bytes[5] = static_cast<std::uint8_t>(0xC1 | version << 1);
-    bytes[6] = bytes[7] = 0;
-    const std::uint32_t crc = si::crc32_mpeg(std::span{bytes}.first(section_bytes - 4));
-    for (std::size_t i = 0; i < 4; ++i)
-        bytes[section_bytes - 4 + i] = static_cast<std::uint8_t>(crc >> (24 - 8 * i));
-    return {static_cast<std::uint16_t>(pmt ? 0x100 : 0x11), std::move(bytes)};
+    constexpr std::size_t header_and_crc = 12;
+    const auto pid = static_cast<std::uint16_t>(pmt ? 0x100 : 0x11);
+    const auto table_id = static_cast<std::uint8_t>(pmt ? 0x02 : 0x46);
+    return make_section({.pid = pid, .table_id = table_id, .ext = ext, .version = version},
+                        octets(section_bytes - header_and_crc, 0x55));
 }
 
 // The last eighth are PMTs: the store keeps its last eighth for such tables, and 4,000 nearly fill
 // it.
-std::vector<table> make_tables(std::size_t count, std::uint8_t version)
+std::vector<section> make_tables(std::size_t count, std::uint8_t version)
 {
-    std::vector<table> tables;
+    std::vector<section> tables;
     for (std::size_t i = 0; i < count; ++i)
         tables.push_back(
             make_table(static_cast<std::uint16_t>(i), version, i >= count - count / 8));
     return tables;
 }
 
-std::vector<table> make_pmts(std::size_t first, std::size_t count)
+std::vector<section> make_pmts(std::size_t first, std::size_t count)
 {
-    std::vector<table> tables;
+    std::vector<section> tables;
     for (std::size_t i = first; i < first + count; ++i)
         tables.push_back(make_table(static_cast<std::uint16_t>(i), 1, true));
     return tables;
 }
 
-std::uint32_t deliver(table &from)
+void hold(std::vector<section> &tables)
 {
-    SiSection record{from.pid, 1, static_cast<std::uint16_t>(from.bytes.size()), from.bytes.data()};
-    return Si_Model_ProcessModel(&record);
-}
-
-void hold(std::vector<table> &tables)
-{
-    if (Orva_Si_GetTableList() == nullptr)
-        Orva_Si_InitTables();
-    Orva_Si_ClearCache();
-    for (table &each : tables)
+    empty_store();
+    for (section &each : tables)
         deliver(each);
 }
 
@@ -87,7 +65,7 @@ bool holds(benchmark::State &state, std::size_t count)
 void repeats(benchmark::State &state, std::size_t stride)
 {
     const auto count = static_cast<std::size_t>(state.range(0));
-    std::vector<table> tables = make_tables(count, 1);
+    std::vector<section> tables = make_tables(count, 1);
     hold(tables);
     if (!holds(state, count))
         return;
@@ -115,7 +93,7 @@ void repeated_section_scattered(benchmark::State &state)
 void new_version(benchmark::State &state)
 {
     const auto count = static_cast<std::size_t>(state.range(0));
-    std::vector<std::vector<table>> versions{make_tables(count, 1), make_tables(count, 2)};
+    std::vector<std::vector<section>> versions{make_tables(count, 1), make_tables(count, 2)};
     hold(versions[0]);
     if (!holds(state, count))
         return;
@@ -135,17 +113,16 @@ void new_version(benchmark::State &state)
 void fresh_section(benchmark::State &state)
 {
     const auto count = static_cast<std::size_t>(state.range(0));
-    std::vector<table> held = make_tables(count, 1);
-    std::vector<table> fresh = make_pmts(count, fresh_batch);
+    std::vector<section> held = make_tables(count, 1);
+    std::vector<section> fresh = make_pmts(count, fresh_batch);
     hold(held);
     if (!holds(state, count))
         return;
     for (auto _ : state) {
-        const auto start = std::chrono::steady_clock::now();
-        for (table &each : fresh)
+        const double start = thread_seconds();
+        for (section &each : fresh)
             benchmark::DoNotOptimize(deliver(each));
-        const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-        state.SetIterationTime(taken.count() / fresh_batch);
+        state.SetIterationTime((thread_seconds() - start) / fresh_batch);
         si_list *list = Orva_Si_GetTableList();
         if (!holds(state, count + fresh_batch))
             return;
@@ -159,9 +136,9 @@ void fresh_section(benchmark::State &state)
     state.SetItemsProcessed(state.iterations());
 }
 
-void sizes(benchmark::internal::Benchmark *bench)
+void sizes(benchmark::internal::Benchmark *of)
 {
-    bench->ArgName("tables")->Arg(10)->Arg(100)->Arg(1000)->Arg(4000);
+    of->ArgName("tables")->Arg(10)->Arg(100)->Arg(1000)->Arg(4000);
 }
 
 BENCHMARK(repeated_section)->Apply(sizes);

@@ -1,0 +1,332 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// What an EIT section costs when it is stored and when it comes again, what the store takes for it
+// beside its bytes, and what a question about an event costs, by the number of services. A
+// satellite position has a thousand services and sends all of their events all the time: no cost
+// may grow with their number.
+//
+// Sections come in the order of a carousel, service after service, or scattered: the same work, but
+// each service lies then where the processor's caches are not.
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+#include <random>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sections.h"
+
+namespace {
+
+using namespace bench;
+
+// ---- Eight days of a service: a section for each segment of three hours, of six events each
+// (EN 300 468, 5.2.4; ETSI TS 101 211, 4.1.4), and its present and its following event.
+
+constexpr std::uint16_t services_per_stream = 25;
+constexpr std::uint16_t network = 1;
+constexpr unsigned segments_per_table = 32;
+constexpr unsigned schedule_tables = 2;
+constexpr unsigned events_per_section = 6;
+constexpr unsigned events_per_table = segments_per_table * events_per_section;
+constexpr unsigned schedule_events = schedule_tables * events_per_table;
+constexpr std::size_t sections_per_service = schedule_tables * segments_per_table + 2;
+constexpr std::uint16_t first_day = 61364; // 20 November 2026, as a Modified Julian Date
+constexpr std::uint32_t language = 7;      // what the client calls "eng"
+
+enum order : std::int64_t { carousel, scattered };
+
+std::uint16_t stream_of(std::uint16_t service)
+{
+    return static_cast<std::uint16_t>(1 + service / services_per_stream);
+}
+
+unsigned bcd(unsigned number)
+{
+    return number / 10 << 4 | number % 10;
+}
+
+std::string name_of(std::uint16_t service, unsigned event)
+{
+    return "Programme " + std::to_string(event) + " of service " + std::to_string(service);
+}
+
+octets event_descriptors(std::uint16_t service, unsigned event)
+{
+    octets named;
+    put(named, "eng");
+    put_text(named, name_of(service, event));
+    put_text(named, std::string(80, static_cast<char>('a' + event % 26)));
+    octets made = descriptor(0x4D, named);
+    put(made, descriptor(0x50, {0xF1, 0x01, 0x01, 'e', 'n', 'g'}));
+    put(made, descriptor(0x54, {static_cast<std::uint8_t>(event), 0x00}));
+    put(made, descriptor(0x55, {'G', 'B', 'R', 0x03}));
+    return made;
+}
+
+// Half an hour each, one behind the other.
+void put_event(octets &to, std::uint16_t service, unsigned event)
+{
+    put(to, event, 2);
+    put(to, first_day + event / 48, 2);
+    put(to, bcd(event / 2 % 24) << 16 | (event % 2 != 0 ? 0x3000u : 0u), 3);
+    put(to, 0x003000, 3);
+    put_loop(to, 0, event_descriptors(service, event));
+}
+
+octets eit_payload(std::uint16_t service, std::uint8_t segment_last, std::uint8_t last_table)
+{
+    octets payload;
+    put(payload, stream_of(service), 2);
+    put(payload, network, 2);
+    put(payload, segment_last, 1);
+    put(payload, last_table, 1);
+    return payload;
+}
+
+// Of the tuned multiplex: its tables are checked for completeness at each section, which other
+// multiplexes are spared.
+table_head eit_head(std::uint16_t service, std::uint8_t table_id, unsigned number, unsigned last)
+{
+    return {.pid = 0x12,
+            .table_id = table_id,
+            .ext = service,
+            .number = static_cast<std::uint8_t>(number),
+            .last_number = static_cast<std::uint8_t>(last)};
+}
+
+section present_following(std::uint16_t service, unsigned number)
+{
+    octets payload = eit_payload(service, 1, 0x4E);
+    put_event(payload, service, number);
+    return make_section(eit_head(service, 0x4E, number, 1), payload);
+}
+
+section schedule(std::uint16_t service, unsigned table, unsigned segment)
+{
+    const auto table_id = static_cast<std::uint8_t>(0x50 + table);
+    const auto number = static_cast<std::uint8_t>(8 * segment);
+    octets payload = eit_payload(service, number, 0x50 + schedule_tables - 1);
+    for (unsigned i = 0; i < events_per_section; ++i)
+        put_event(payload, service, table * events_per_table + segment * events_per_section + i);
+    return make_section(eit_head(service, table_id, number, 8 * (segments_per_table - 1)), payload);
+}
+
+template <class T>
+void put_in_order(std::vector<T> &items, std::int64_t wanted)
+{
+    if (wanted == scattered)
+        std::shuffle(items.begin(), items.end(), std::mt19937{1});
+}
+
+std::vector<section> make_sections(const benchmark::State &state)
+{
+    std::vector<section> made;
+    for (std::uint16_t service = 0; service < state.range(0); ++service) {
+        for (unsigned number = 0; number < 2; ++number)
+            made.push_back(present_following(service, number));
+        for (unsigned table = 0; table < schedule_tables; ++table)
+            for (unsigned segment = 0; segment < segments_per_table; ++segment)
+                made.push_back(schedule(service, table, segment));
+    }
+    put_in_order(made, state.range(1));
+    return made;
+}
+
+// ---- The store
+
+// What is freed stays with the process, so that storing finds memory that was used before, much of
+// it or little.
+void keep_freed_memory()
+{
+    mallopt(M_TRIM_THRESHOLD, -1);
+    mallopt(M_MMAP_THRESHOLD, 1 << 30);
+}
+
+double heap_in_use()
+{
+    const auto heap = mallinfo2();
+    return static_cast<double>(heap.uordblks + heap.hblkhd);
+}
+
+void store(std::vector<section> &sections)
+{
+    for (section &each : sections)
+        benchmark::DoNotOptimize(deliver(each));
+}
+
+// Checks that the store holds what the figure claims.
+bool holds(benchmark::State &state)
+{
+    si_list *services = Orva_Si_GetDvbEitList();
+    bool all = services->nb_elt == state.range(0);
+    for (std::int32_t at = 0; all && at < services->nb_elt; ++at) {
+        const auto *service = static_cast<SiEitService *>(si_list_get(services, at));
+        all = service->sections->nb_elt == static_cast<std::int32_t>(sections_per_service);
+    }
+    if (!all)
+        state.SkipWithError("the store does not hold the sections");
+    return all;
+}
+
+double bytes_of(const std::vector<section> &sections)
+{
+    double sum = 0;
+    for (const section &each : sections)
+        sum += static_cast<double>(each.bytes.size());
+    return sum;
+}
+
+// What a function answers in a process of its own; below 0 when that failed.
+template <class Work>
+double in_child(Work work)
+{
+    double answer = -1;
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0)
+        return answer;
+    const pid_t child = fork();
+    if (child == 0) {
+        answer = work();
+        const bool sent = write(ends[1], &answer, sizeof answer) == sizeof answer;
+        _exit(sent ? 0 : 1);
+    }
+    close(ends[1]);
+    if (child < 0 || read(ends[0], &answer, sizeof answer) != sizeof answer)
+        answer = -1;
+    close(ends[0]);
+    waitpid(child, nullptr, 0);
+    return answer;
+}
+
+// ---- What is measured
+
+// Heap that a full store takes, beside the bytes of its sections, for each of them. First of all
+// and in a process of its own: GLib keeps for the next ones what is freed.
+void heap_per_section(benchmark::State &state)
+{
+    std::vector<section> sections = make_sections(state);
+    const auto count = static_cast<double>(sections.size());
+    const double bytes = bytes_of(sections);
+    for (auto _ : state) {
+        const double taken = in_child([&] {
+            empty_store();
+            const double before = heap_in_use();
+            store(sections);
+            return holds(state) ? heap_in_use() - before : -1;
+        });
+        if (taken < 0) {
+            state.SkipWithError("not measured");
+            return;
+        }
+        state.counters["section_bytes"] = bytes / count;
+        state.counters["more_heap"] = (taken - bytes) / count;
+    }
+}
+
+// Sections that are not held yet, into a store that fills from empty.
+void fresh_section(benchmark::State &state)
+{
+    keep_freed_memory();
+    empty_store();
+    std::vector<section> sections = make_sections(state);
+    store(sections); // takes the memory from the system
+    for (auto _ : state) {
+        empty_store();
+        const double start = thread_seconds();
+        store(sections);
+        const double taken = thread_seconds() - start;
+        state.SetIterationTime(taken / static_cast<double>(sections.size()));
+        if (!holds(state))
+            return;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+// Repeats of what is held, which is nearly all that is on air.
+void repeated_section(benchmark::State &state)
+{
+    empty_store();
+    std::vector<section> sections = make_sections(state);
+    store(sections);
+    if (!holds(state))
+        return;
+    std::size_t next = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(deliver(sections[next]));
+        next = next + 1 == sections.size() ? 0 : next + 1;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+std::uint32_t map_language(const char *code, std::uint32_t *id)
+{
+    *id = std::string_view{code} == "eng" ? language : 0;
+    return 0;
+}
+
+struct question {
+    std::uint16_t service;
+    std::uint16_t event;
+};
+
+// The name of each event in turn. An event in the middle of the schedule is found behind half of
+// its service's sections, the present one in the first of them.
+void event_name(benchmark::State &state, unsigned events, std::uint8_t banner)
+{
+    empty_store();
+    Orva_Si_InstallISO639toIDFunc(map_language);
+    {
+        std::vector<section> sections = make_sections(state);
+        store(sections);
+    }
+    if (!holds(state))
+        return;
+    std::vector<question> questions;
+    for (std::uint16_t service = 0; service < state.range(0); ++service)
+        for (std::uint16_t event = 0; event < events; ++event)
+            questions.push_back({service, event});
+    put_in_order(questions, state.range(1));
+    std::size_t next = 0;
+    for (auto _ : state) {
+        const question asked = questions[next];
+        SiDvbString name{};
+        if (Orva_Si_GetEvtNameByID(network, stream_of(asked.service), asked.service, asked.event,
+                                   &name, language, banner) != ORVA_SI_OK) {
+            state.SkipWithError("no such event");
+            return;
+        }
+        benchmark::DoNotOptimize(name);
+        next = next + 1 == questions.size() ? 0 : next + 1;
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+
+void name_of_present_event(benchmark::State &state)
+{
+    event_name(state, 2, 1);
+}
+
+void name_of_schedule_event(benchmark::State &state)
+{
+    event_name(state, schedule_events, 0);
+}
+
+void sizes(benchmark::internal::Benchmark *of)
+{
+    of->ArgNames({"services", "scattered"})->ArgsProduct({{10, 100, 1000}, {carousel, scattered}});
+}
+
+BENCHMARK(heap_per_section)->Apply(sizes)->Iterations(1);
+BENCHMARK(fresh_section)->Apply(sizes)->UseManualTime()->Iterations(5);
+BENCHMARK(repeated_section)->Apply(sizes);
+BENCHMARK(name_of_present_event)->Apply(sizes);
+BENCHMARK(name_of_schedule_event)->Apply(sizes);
+
+} // namespace
