@@ -3,9 +3,31 @@
 
 #include <algorithm>
 
+#ifdef SI_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace si {
 
+#ifdef SI_ADDRESS_SANITIZER
+void allow_access(bytes memory)
+{
+    ASAN_UNPOISON_MEMORY_REGION(memory.data(), memory.size());
+}
+#endif
+
 namespace {
+
+#ifdef SI_ADDRESS_SANITIZER
+// A buffer that is used once more may have been filled less before.
+void allow_access_to_first(bytes buffer, std::size_t size)
+{
+    allow_access(buffer.first(size));
+    ASAN_POISON_MEMORY_REGION(buffer.data() + size, buffer.size() - size);
+}
+#else
+void allow_access_to_first(bytes, std::size_t) {}
+#endif
 
 // section_length of the shortest long section: five bytes of header behind it and the CRC_32.
 constexpr std::size_t shortest_long_section = 9;
@@ -58,6 +80,7 @@ bytes copy_section(std::span<std::uint8_t> buffer, const std::uint8_t *stored)
     const std::size_t size = section_size(stored);
     if (size > buffer.size())
         return {};
+    allow_access_to_first(buffer, size);
     std::copy_n(stored, size, buffer.begin());
     const bytes copy = buffer.first(size);
     return is_sound(copy) ? copy : bytes{};

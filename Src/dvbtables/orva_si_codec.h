@@ -23,16 +23,29 @@
 
 #include "orva_si_bytes.h"
 
+// Set in builds with the address sanitizer, whatever the compiler calls that.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define SI_ADDRESS_SANITIZER
+#endif
+#elif defined(__SANITIZE_ADDRESS__)
+#define SI_ADDRESS_SANITIZER
+#endif
+
 namespace si {
 
 // Where a section is copied to and decoded in. Some of libucsi's records are not packed.
 template <std::size_t Capacity>
 struct alignas(8) section_buffer {
+#ifdef SI_ADDRESS_SANITIZER
+    ~section_buffer();
+#endif
     std::array<std::uint8_t, Capacity> room;
 };
 
 // A copy of a stored section in buffer, as long as its section_length says, once it is known to be
-// a long section with a fitting CRC_32; empty when it is not, or does not fit the buffer.
+// a long section with a fitting CRC_32; empty when it is not, or does not fit the buffer. The
+// address sanitizer then reports every touch of what the buffer has behind it.
 bytes copy_section(std::span<std::uint8_t> buffer, const std::uint8_t *stored);
 
 // The same with its header decoded; null in place of empty.
@@ -50,6 +63,17 @@ mpeg_pmt_section *pmt_codec(section_ext *section);
 // What a codec answers.
 template <auto Codec>
 using decoded = std::remove_pointer_t<std::invoke_result_t<decltype(Codec), section_ext *>>;
+
+#ifdef SI_ADDRESS_SANITIZER
+void allow_access(std::span<const std::uint8_t> memory);
+
+// Other variables take the buffer's place on the stack.
+template <std::size_t Capacity>
+section_buffer<Capacity>::~section_buffer()
+{
+    allow_access(room);
+}
+#endif
 
 } // namespace si
 
