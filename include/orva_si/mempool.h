@@ -2,13 +2,14 @@
 /**
  * A buddy memory pool for clients. The library's own records do not come from it.
  *
- * There is one pool in a process. Any thread may allocate, free and ask; orva_mempool_init and
- * orva_mempool_cleanup must not overlap with another call. The functions take the pool's own lock
- * and no other. Messages go to standard output, not to the debug framework.
+ * There is one pool in a process. Any thread may call any of the functions at any time, before
+ * Orva_Si_Init too. They take the pool's own lock and no other. Messages go to standard output, not
+ * to the debug framework.
  *
  * Unlike the rest of the library these functions answer 1 for success and 0 for failure. Every
  * block has a header of 4 bytes in front, so its address is a multiple of 4 and not more: keep no
- * 64-bit numbers or pointers in it where the processor requires them aligned.
+ * 64-bit numbers or pointers in it where the processor requires them aligned. Writing in front of a
+ * block or behind it damages the pool.
  */
 #ifndef ORVA_SI_MEMPOOL_H
 #define ORVA_SI_MEMPOOL_H
@@ -20,7 +21,8 @@ extern "C" {
 #endif
 
 /**
- * Obtains the pool's memory from the system heap. To be called before the first allocation.
+ * Obtains the pool's memory from the system heap, all zero, and sets the count of
+ * orva_mempool_getmalloccnt to 0.
  *
  * @param size  bytes, up to 1 GiB (0x40000000). The pool is divided as if it were rounded up to a
  * power of two, but a block that would end beyond size is never handed out; with 0 to 3 bytes every
@@ -32,7 +34,8 @@ ORVA_SI_API uint32_t orva_mempool_init(int32_t size);
 
 /**
  * Allocates a block of zeros. The block takes size and its 4-byte header, rounded up to a power of
- * two: 60 bytes take 64, 61 take 128. What the pool cannot serve comes from the system heap.
+ * two: 60 bytes take 64, 61 take 128. What the pool cannot serve comes from the system heap, and so
+ * does everything while there is no pool.
  *
  * @param size  bytes, 0 included
  * @return the memory, to be given back with orva_mempool_free; null when the system heap is
@@ -40,7 +43,11 @@ ORVA_SI_API uint32_t orva_mempool_init(int32_t size);
  */
 ORVA_SI_API void *orva_mempool_malloc(uint32_t size);
 
-/** Gives back a block of orva_mempool_malloc, from wherever it came. Null is ignored. */
+/**
+ * Gives back a block, from wherever it came, and overwrites it with zeros if it is the pool's.
+ *
+ * @param pointer  what orva_mempool_malloc returned and was not given back since; null is ignored
+ */
 ORVA_SI_API void orva_mempool_free(void *pointer);
 
 /**
@@ -51,10 +58,13 @@ ORVA_SI_API void orva_mempool_free(void *pointer);
  */
 ORVA_SI_API uint32_t orva_mempool_cleanup(void);
 
-/** Prints one line: address of the pool, its size and the bytes in use in KiB, number of blocks. */
+/**
+ * Prints one line: low 32 bits of the pool's address, its size and the bytes of its blocks in use
+ * in KiB, and the number of blocks, free ones included.
+ */
 ORVA_SI_API void orva_mempool_printinfo(void);
 
-/** How many requests the system heap has served since orva_mempool_init; freeing does not lower it.
+/** How many requests the system heap has served since the pool was made; freeing does not lower it.
  */
 ORVA_SI_API uint32_t orva_mempool_getmalloccnt(void);
 
