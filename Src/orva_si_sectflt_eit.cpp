@@ -28,10 +28,10 @@ struct eit_kind {
     std::uint8_t table_id;
     std::uint8_t mask;
     std::uint8_t last_table_id;
-    std::uint16_t any_list;    // sections of a batch when a request is for any service, else 1
-    std::uint16_t limit;       // background runs that a request keeps its filter, less one
-    std::uint16_t later_limit; // the same once it has timed out
-    std::uint32_t bg_service;  // what ages the row
+    std::uint16_t any_list;      // sections of a batch when a request is for any service, else 1
+    std::uint16_t limit;         // background runs that a request keeps its filter, less one
+    std::uint16_t longest_limit; // up to which that is doubled with each time-out
+    std::uint32_t bg_service;    // what ages the row
 };
 constexpr eit_kind act_pf{.task = act_pf_eit_task,
                           .enabled = Si_CtlHelper_IsActPfEitEnabled,
@@ -40,11 +40,12 @@ constexpr eit_kind act_pf{.task = act_pf_eit_task,
                           .last_table_id = tid_eit_pf_actual,
                           .any_list = 1,
                           .limit = 10,
-                          .later_limit = 10,
+                          .longest_limit = 10,
                           .bg_service = bg_service::act_pf_eit};
 // Of other multiplexes nothing tells that a table is complete, so that every request times out. The
-// first round is quick. Were all of them shorter than the 10 seconds after which sections come
-// again (ETSI TS 101 211, 4.4), those that come between two turns might do so for ever.
+// first round is quick. Were all of them shorter than the time after which sections come again,
+// those that come between two turns might do so for ever: 10 seconds, terrestrial 20 (ETSI TS 101
+// 211, 4.4).
 constexpr eit_kind other_pf{.task = other_pf_eit_task,
                             .enabled = Si_CtlHelper_IsOtherPfEitEnabled,
                             .table_id = tid_eit_pf_other,
@@ -52,7 +53,7 @@ constexpr eit_kind other_pf{.task = other_pf_eit_task,
                             .last_table_id = tid_eit_pf_other,
                             .any_list = 5,
                             .limit = 5,
-                            .later_limit = 10,
+                            .longest_limit = 20,
                             .bg_service = bg_service::act_pf_eit};
 // Filters walk a service's sub-tables, as far as its sections say there are any.
 constexpr eit_kind act_sch{.task = act_sch_eit_task,
@@ -62,10 +63,10 @@ constexpr eit_kind act_sch{.task = act_sch_eit_task,
                            .last_table_id = tid_eit_schedule_actual,
                            .any_list = 1,
                            .limit = 50,
-                           .later_limit = 50,
+                           .longest_limit = 50,
                            .bg_service = bg_service::act_sch_eit};
-// Nothing tells how many sub-tables there are: all of them at once. They come again after 60
-// seconds.
+// Nothing tells how many sub-tables there are: all of them at once. Those of the first day come
+// again after 60 seconds.
 constexpr eit_kind other_sch{.task = other_sch_eit_task,
                              .enabled = Si_CtlHelper_IsOtherSchEitEnabled,
                              .table_id = tid_eit_schedule_other,
@@ -73,7 +74,7 @@ constexpr eit_kind other_sch{.task = other_sch_eit_task,
                              .last_table_id = tid_eit_last,
                              .any_list = 5,
                              .limit = 50,
-                             .later_limit = 60,
+                             .longest_limit = 60,
                              .bg_service = bg_service::act_sch_eit};
 constexpr const eit_kind *kinds[] = {&act_pf, &other_pf, &act_sch, &other_sch};
 
@@ -648,7 +649,7 @@ void Si_SectFlt_DisableTimeOutEitFilterFunc(void *record, void *)
     if (has_sub_tables(item))
         pass_over_sub_table(item);
     if (const eit_kind *kind = kind_of(item.table_id))
-        item.limit = kind->later_limit;
+        item.limit = static_cast<std::uint16_t>(std::min<int>(item.limit * 2, kind->longest_limit));
 }
 
 // Each service ages two rows: the events of this multiplex, and those of others, whose filter

@@ -251,7 +251,7 @@ public:
             all = std::max(all, when);
         return all;
     }
-    // Since when the client has not been told of all sections again.
+    // Of the last times that the client was told of each section, the first.
     moment renewed(std::size_t table) const
     {
         moment all = never;
@@ -286,12 +286,13 @@ private:
     std::map<std::tuple<service_key, std::uint8_t, std::uint8_t>, std::size_t> places;
 };
 
-// ---- A multiplex at the slowest rates that ETSI TS 101 211, 4.4 allows
+// ---- A multiplex at the rates of ETSI TS 101 211, 4.4
 
 constexpr moment pf_period = 2s;
 constexpr moment near_period = 10s;
 constexpr moment far_period = 30s;
 constexpr moment other_pf_period = 10s;
+constexpr moment terrestrial_other_pf_period = 20s;
 constexpr moment other_sch_period = 60s;
 constexpr std::uint16_t onid = 1;
 constexpr std::uint16_t own_ts = 1;
@@ -343,12 +344,12 @@ protected:
             own.push_back(service);
         }
     }
-    void put_others_on_air(unsigned count)
+    void put_others_on_air(unsigned count, moment period = other_pf_period)
     {
         for (unsigned i = 0; i < count; ++i) {
             const service_key key{onid, static_cast<std::uint16_t>(2 + i / 10),
                                   static_cast<std::uint16_t>(0x1000 + i)};
-            on_air service{key, add_pf(key, 0x4F, other_pf_period), {}, false};
+            on_air service{key, add_pf(key, 0x4F, period), {}, false};
             service.schedule.push_back(air.add({.of = key,
                                                 .table_id = 0x60,
                                                 .last_table_id = 0x60,
@@ -617,6 +618,19 @@ TEST_F(EitSimulation, ATableThatLacksASegmentDoesNotHideTheLaterOnes)
     EXPECT_EQ(heard->complete(own[lacking].schedule[0]), never);
     EXPECT_LE(heard->complete(own[lacking].schedule[1]), bound);
     EXPECT_LE(heard->complete(own[lacking].schedule[2]), bound);
+}
+
+// The turns last 6, 11 and 21 seconds, then so on.
+TEST_F(EitSimulation, OtherServicesThatComeSeldomAreMetInTheThirdRound)
+{
+    put_services_on_air(1);
+    put_others_on_air(40, terrestrial_other_pf_period);
+    ASSERT_NO_FATAL_FAILURE(tune_to(0));
+    ASSERT_NO_FATAL_FAILURE(request_others());
+    const moment bound = 40 * (6 + 11 + 21) * run + run;
+    tuner->run_until(bound);
+    for (const on_air &service : others)
+        EXPECT_LE(pf_wait(service), bound) << service.key.service;
 }
 
 TEST_F(EitSimulation, WithAFilterForEachNoServiceWaitsForAnother)

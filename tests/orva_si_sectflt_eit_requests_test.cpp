@@ -195,12 +195,12 @@ TEST_F(Texts, StandUnderTheNameOfTheFilterLayer)
 
 using Turns = EitRequests;
 
-TEST_F(Turns, OfOtherMultiplexesOutlastARepetitionFromTheSecondOn)
+TEST_F(Turns, OfOtherMultiplexesGrowUntilTheyOutlastARepetition)
 {
     const SiEitRequest two[] = {{1, onid, 1}, {1, onid, 2}};
     Si_SectFlt_StartOtherPfEit(two, 2);
     Si_SectFlt_StartOtherSchEit(two, 2);
-    for (const int expected : {6, 6, 11, 11, 11})
+    for (const int expected : {6, 6, 11, 11, 21, 21, 21, 21})
         EXPECT_EQ(runs_until_the_next(other_pf, Si_SectFlt_ActPfEitBgService), expected);
     for (const int expected : {51, 51, 61, 61, 61})
         EXPECT_EQ(runs_until_the_next(other_sch, Si_SectFlt_ActSchEitBgService), expected);
