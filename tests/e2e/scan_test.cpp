@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "demux/stream.h"
+#include "support/descriptors.h"
 #include "support/process.h"
 #include "support/sections.h"
 
@@ -159,13 +160,36 @@ TEST(SampleScan, ProgramsCarryTheirStreams)
 {
     const json told = scan_json({sample()});
     ASSERT_EQ(told["programs"].size(), 9u);
-    EXPECT_EQ(told["programs"][0], json::parse(R"({
-        "program_number": 101, "PMT_PID": 256, "PCR_PID": 257, "video_PID": 257,
-        "elementary_PIDs": [257, 258, 259, 260, 261, 262],
-        "audio": [{"PID": 258, "has_lang": true, "is_ac3": false},
-                  {"PID": 259, "has_lang": true, "is_ac3": false},
-                  {"PID": 260, "has_lang": true, "is_ac3": true}],
-        "teletext_PIDs": [261], "subtitle_PIDs": [262], "CA": []})"));
+    const json &first = told["programs"][0];
+    EXPECT_EQ(first["PMT_PID"], 256);
+    EXPECT_EQ(first["PCR_PID"], 257);
+    EXPECT_EQ(first["video_PID"], 257);
+    EXPECT_EQ(first["elementary_PIDs"], json::parse("[257, 258, 259, 260, 261, 262]"));
+    EXPECT_EQ(first["audio"], json::parse(R"([
+        {"PID": 258, "has_lang": true, "is_ac3": false, "codec": "MPEG",
+         "languages": [{"language": "eng", "audio_type": 0}]},
+        {"PID": 259, "has_lang": true, "is_ac3": false, "codec": "MPEG",
+         "languages": [{"language": "deu", "audio_type": 0}]},
+        {"PID": 260, "has_lang": true, "is_ac3": true, "codec": "AC-3",
+         "languages": [{"language": "eng", "audio_type": 0}]}])"));
+    EXPECT_EQ(first["teletext_PIDs"], json::parse("[261]"));
+    EXPECT_EQ(first["teletext"], json::parse(R"([
+        {"PID": 261, "language": "eng", "teletext_type": 1, "teletext_magazine_number": 1,
+         "teletext_page_number": 0},
+        {"PID": 261, "language": "deu", "teletext_type": 2, "teletext_magazine_number": 0,
+         "teletext_page_number": 136},
+        {"PID": 261, "language": "eng", "teletext_type": 5, "teletext_magazine_number": 0,
+         "teletext_page_number": 136}])"));
+    EXPECT_EQ(first["subtitle_PIDs"], json::parse("[262]"));
+    EXPECT_EQ(first["subtitles"], json::parse(R"([
+        {"PID": 262, "language": "eng", "subtitling_type": 16, "composition_page_id": 1,
+         "ancillary_page_id": 1},
+        {"PID": 262, "language": "eng", "subtitling_type": 32, "composition_page_id": 2,
+         "ancillary_page_id": 1}])"));
+    EXPECT_EQ(first["CA"], json::array());
+    EXPECT_EQ(first["streams"][0], json::parse(R"({
+        "PID": 257, "stream_type": 27, "kind": "video", "codec": "H.264", "languages": [],
+        "data_broadcast_id": []})"));
     EXPECT_EQ(told["programs"][4]["video_PID"], nullptr); // radio
     EXPECT_EQ(told["programs"][8]["video_PID"], 385);     // H.265
     EXPECT_EQ(told["programs"][8]["CA"], json::parse(R"([{"CA_system_ID": 9744, "CA_PID": 395}])"));
@@ -173,20 +197,36 @@ TEST(SampleScan, ProgramsCarryTheirStreams)
     EXPECT_EQ(told["bouquets"][0]["services"].size(), 12u);
 }
 
-TEST(SampleScan, TablesForPeopleFitTheirWidth)
+TEST(SampleScan, NamesAndUpdatesAreTold)
+{
+    const json told = scan_json({sample()});
+    const json &names = told["services"][0]["names"];
+    EXPECT_THAT(each(names, [](const json &n) { return n["language"]; }),
+                ElementsAre("eng", "deu", "fra"));
+    EXPECT_THAT(each(names, [](const json &n) { return n["name"]; }),
+                ElementsAre("Orva One HD", "Orva Eins HD", "Orva Un HD"));
+    EXPECT_EQ(names[1]["provider_name"], "Orva");
+    EXPECT_EQ(told["networks"][0]["names"][1], json::parse(R"({
+        "language": "deu", "name": "Orva-Beispiel", "name_raw": "4f7276612d426569737069656c"})"));
+    EXPECT_EQ(told["software_update"], json::parse(R"({
+        "services": [{"network_id": 65281, "transport_stream_id": 1001,
+                      "original_network_id": 65281, "service_id": 108, "OUI": [346],
+                      "PIDs": [376]}],
+        "PIDs": [376]})"));
+}
+
+TEST(SampleScan, TablesForPeopleAreNotWrappedIntoAPipe)
 {
     const ended result = scan({"-v", sample()});
     EXPECT_EQ(result.status, 0);
-    for (const char *expected : {"Transport stream 1001", "\"Orva Sample\"", "105  105  radio",
-                                 "新聞台", "386 AC-3 eng", "Orva Bouquet"})
+    for (const char *expected :
+         {"Transport stream 1001", "\"Orva Sample\"", "105  105  radio", "新聞台", "386 AC-3 eng",
+          "Orva Bouquet",
+          "names eng \"Orva One HD\" by \"Orva\", deu \"Orva Eins HD\" by \"Orva\", "
+          "fra \"Orva Un HD\" by \"Orva\"\n",
+          "linkage software update: service 108 of transport stream 1001, original network 65281, "
+          "OUI 00015A\n"})
         EXPECT_THAT(result.out, HasSubstr(expected));
-    std::size_t longest = 0;
-    for (std::size_t at = 0; at < result.out.size();) {
-        const std::size_t end = result.out.find('\n', at);
-        longest = std::max(longest, end - at);
-        at = end + 1;
-    }
-    EXPECT_LE(longest, 100u + 20u); // bytes; multi-byte characters take more than their columns
     EXPECT_THAT(result.err, HasSubstr("10000 packets of 188 bytes"));
 }
 
@@ -316,6 +356,249 @@ TEST(Scan, StreamsStandInTheOrderOfTheirSections)
     EXPECT_THAT(each(told["networks"][0]["transport_streams"],
                      [](const json &t) { return t["transport_stream_id"]; }),
                 ElementsAre(7, 9));
+}
+
+// ---- descriptors, as they go through the library
+
+// A complete multiplex whose network, streams and services have these descriptors.
+struct described {
+    std::vector<octets> network{};
+    std::vector<transport> transports{{.ts = 7}};
+    std::vector<sdt_service> services{{.id = 100}};
+};
+
+json scan_described(const described &of, std::vector<std::string> options = {})
+{
+    stream made;
+    made.section(0x00, make(pat{.ts = 7}));
+    made.section(0x10,
+                 make(nit{.network = 3, .descriptors = of.network, .transports = of.transports}));
+    made.section(0x11, make(sdt{.ts = 7, .services = of.services}));
+    options.push_back(files().write("described.ts", made.bytes));
+    return scan_json(std::move(options));
+}
+
+json streams_of(const json &told)
+{
+    return told["networks"].size() == 1 ? told["networks"][0]["transport_streams"] : json{};
+}
+
+TEST(NetworkDescriptors, EveryKindOfDeliveryIsTold)
+{
+    const json streams = streams_of(scan_described(
+        {.transports = {{.ts = 1, .descriptors = {satellite({.polarisation = 1})}},
+                        {.ts = 2, .descriptors = {cable()}},
+                        {.ts = 3, .descriptors = {terrestrial()}},
+                        {.ts = 4, .descriptors = {raw(0x7F, {0x04, 1, 0, 9})}},
+                        {.ts = 5, .descriptors = {raw(0x7F, {0x0D, 1, 2, 0, 0, 0, 9, 0})}},
+                        {.ts = 6}}}));
+    EXPECT_THAT(each(streams, [](const json &s) { return s["delivery"].value("system", "none"); }),
+                ElementsAre("DVB-S", "DVB-C", "DVB-T", "DVB-T2", "DVB-C2", "none"));
+    EXPECT_EQ(streams[0]["delivery"]["frequency_Hz"], 11757250000);
+    EXPECT_EQ(streams[0]["delivery"]["polarisation"], 1);
+    EXPECT_EQ(streams[1]["delivery"]["frequency_Hz"], 312000000);
+    EXPECT_EQ(streams[2]["delivery"]["centre_frequency_Hz"], 626000000);
+}
+
+TEST(NetworkDescriptors, StreamsOfOneIdKeepTheirOwnDelivery)
+{
+    const json streams = streams_of(scan_described(
+        {.transports = {
+             {.ts = 1, .original_network = 1, .descriptors = {cable({.frequency = 0x03120000})}},
+             {.ts = 1, .original_network = 2},
+             {.ts = 1,
+              .original_network = 3,
+              .descriptors = {cable({.frequency = 0x04740000})}}}}));
+    EXPECT_THAT(each(streams, [](const json &s) { return s["delivery"].value("frequency_Hz", 0); }),
+                ElementsAre(312000000, 0, 474000000));
+}
+
+TEST(NetworkDescriptors, FrequencyListsAreInHertz)
+{
+    const json streams = streams_of(scan_described(
+        {.transports = {{.ts = 1, .descriptors = {frequency_list(3, {62600000, 47400000})}},
+                        {.ts = 2, .descriptors = {frequency_list(1, {0x01175725})}}}}));
+    EXPECT_THAT(
+        each(streams[0]["frequencies"], [](const json &f) { return f["centre_frequency_Hz"]; }),
+        ElementsAre(626000000, 474000000));
+    EXPECT_EQ(streams[1]["frequencies"][0]["centre_frequency_Hz"], 11757250000);
+}
+
+TEST(NetworkDescriptors, NumbersStandUnderTheirSpecifier)
+{
+    const json streams = streams_of(scan_described(
+        {.transports = {{.ts = 7,
+                         .original_network = 1,
+                         .descriptors = {private_data_specifier(0x28),
+                                         logical_channels({{.service = 100, .number = 5}}),
+                                         private_data_specifier(0x29),
+                                         logical_channels({{.service = 100, .number = 0x0405}},
+                                                          lcn_bits::fourteen)}},
+                        {.ts = 8,
+                         .original_network = 0x217C,
+                         .descriptors = {logical_channels(
+                             {{.service = 200, .visible = false, .number = 9}})}}}}));
+    ASSERT_EQ(streams.size(), 2u);
+    EXPECT_EQ(streams[0]["lcn"], json::parse(R"([
+        {"service_id": 100, "lcn": 5, "visible": true, "private_data_specifier": 40,
+         "specifier_sent": true, "channel_list_id": null},
+        {"service_id": 100, "lcn": 1029, "visible": true, "private_data_specifier": 41,
+         "specifier_sent": true, "channel_list_id": null}])"));
+    EXPECT_EQ(streams[1]["lcn"], json::parse(R"([
+        {"service_id": 200, "lcn": 9, "visible": false, "private_data_specifier": 40,
+         "specifier_sent": false, "channel_list_id": null}])"));
+}
+
+TEST(NetworkDescriptors, SpecifierThatIsAskedForStandsForTheMissingOne)
+{
+    const described unspecified{
+        .transports = {{.ts = 7,
+                        .original_network = 0xFF01,
+                        .descriptors = {logical_channels({{.service = 100, .number = 5}})}}}};
+    EXPECT_EQ(streams_of(scan_described(unspecified))[0]["lcn"], json::array());
+    const json asked = streams_of(scan_described(unspecified, {"--pds", "0x28"}))[0]["lcn"];
+    ASSERT_EQ(asked.size(), 1u);
+    EXPECT_EQ(asked[0]["lcn"], 5);
+}
+
+TEST(NetworkDescriptors, NordicChannelListsKeepTheirNumbersApart)
+{
+    const json streams = streams_of(scan_described(
+        {.transports = {
+             {.ts = 7,
+              .descriptors = {
+                  private_data_specifier(0x29),
+                  nordig_channels({{.id = 1,
+                                    .name = "Nord",
+                                    .country = "nor",
+                                    .channels = {{.service = 100, .number = 7}}},
+                                   {.id = 2,
+                                    .name = "S\xC8oder",
+                                    .country = "swe",
+                                    .channels = {{.service = 100, .number = 900}}}})}}}}));
+    EXPECT_EQ(streams[0]["channel_lists"], json::parse(R"([
+        {"channel_list_id": 1, "country_code": "nor", "name": "Nord", "name_raw": "4e6f7264"},
+        {"channel_list_id": 2, "country_code": "swe", "name": "Söder",
+         "name_raw": "53c86f646572"}])"));
+    EXPECT_THAT(each(streams[0]["lcn"], [](const json &n) { return n["channel_list_id"]; }),
+                ElementsAre(1, 2));
+    EXPECT_THAT(each(streams[0]["lcn"], [](const json &n) { return n["lcn"]; }),
+                ElementsAre(7, 900));
+}
+
+TEST(NetworkDescriptors, LinkageNamesAndRegions)
+{
+    const json told = scan_described(
+        {.network = {network_name("Net"),
+                     multilingual_network_name({{"eng", "Net"}, {"deu", "Netz"}}),
+                     linkage({.ts = 7,
+                              .original_network = 1,
+                              .service = 100,
+                              .type = 0x09,
+                              .data = software_update_data({{.oui = 0xABCDEF}})}),
+                     target_region("GBR", {{.depth = 2, .primary = 1, .secondary = 2}}),
+                     target_region_name("GBR", "eng", {{.name = "London"}})},
+         .transports = {
+             {.ts = 7,
+              .descriptors = {linkage({.ts = 8, .service = 0, .type = 0x04}),
+                              target_region("GBR", {{.country = "IRL", .depth = 0}})}}}});
+    ASSERT_EQ(told["networks"].size(), 1u);
+    const json &network = told["networks"][0];
+    EXPECT_THAT(each(network["names"], [](const json &n) { return n["language"]; }),
+                ElementsAre("eng", "deu"));
+    EXPECT_EQ(network["names"][1]["name"], "Netz");
+    EXPECT_EQ(network["linkage"], json::parse(R"([
+        {"transport_stream_id": 7, "original_network_id": 1, "service_id": 100,
+         "linkage_type": 9, "OUI": [11259375]},
+        {"transport_stream_id": 8, "original_network_id": 1, "service_id": 0,
+         "linkage_type": 4}])"));
+    EXPECT_EQ(network["target_regions"][0]["secondary_region_code"], 2);
+    EXPECT_EQ(network["target_region_names"][0]["name"], "London");
+    EXPECT_EQ(network["transport_streams"][0]["target_regions"][0]["country_code"], "IRL");
+    EXPECT_EQ(told["software_update"]["services"][0]["service_id"], 100);
+}
+
+TEST(ServiceDescriptors, AreTold)
+{
+    const json told = scan_described(
+        {.services = {
+             {.id = 100,
+              .descriptors =
+                  {service_descriptor(1, "P", "News"),
+                   multilingual_service_name({{"fra", "Qui", "Nouvelles"}}),
+                   service_availability(false, {17, 18}),
+                   data_broadcast({.id = 5, .component_tag = 9}), service_move(2, 9, 900),
+                   linkage({.ts = 8, .original_network = 2, .service = 5}),
+                   linkage({.ts = 9, .original_network = 2, .service = 6}),
+                   target_region("GBR",
+                                 {{.depth = 3, .primary = 1, .secondary = 2, .tertiary = 300}})}},
+             {.id = 101}}});
+    ASSERT_EQ(told["services"].size(), 2u);
+    const json &service = told["services"][0];
+    EXPECT_EQ(service["names"][0]["name"], "Nouvelles");
+    EXPECT_EQ(service["names"][0]["provider_name"], "Qui");
+    EXPECT_EQ(service["service_availability"],
+              json::parse(R"([{"cell_id": 17, "availability_flag": 0},
+                              {"cell_id": 18, "availability_flag": 0}])"));
+    EXPECT_EQ(service["data_broadcast"], json::parse(R"([{
+        "data_broadcast_id": 5, "component_tag": 9, "language": "eng"}])"));
+    EXPECT_EQ(service["service_move"], json::parse(R"({
+        "new_original_network_id": 2, "new_transport_stream_id": 9, "new_service_id": 900})"));
+    EXPECT_THAT(each(service["linkage"], [](const json &l) { return l["service_id"]; }),
+                ElementsAre(5, 6));
+    EXPECT_EQ(service["target_regions"][0]["tertiary_region_code"], 300);
+    EXPECT_EQ(told["services"][1]["names"], json::array());
+    EXPECT_EQ(told["services"][1]["service_move"], nullptr);
+}
+
+// More services than a broadcast has, of one transport stream.
+stream stream_of_many(std::uint16_t total)
+{
+    constexpr std::uint16_t in_section = 40;
+    const auto last = static_cast<std::uint8_t>((total - 1) / in_section);
+    stream made;
+    made.section(0x00, make(pat{.ts = 7}));
+    made.section(0x10, make(nit{.network = 3, .transports = {{.ts = 7}}}));
+    for (std::uint16_t first = 0; first < total; first += in_section) {
+        sdt part{.ts = 7,
+                 .section_number = static_cast<std::uint8_t>(first / in_section),
+                 .last_section_number = last};
+        for (std::uint16_t id = first; id < std::min<int>(first + in_section, total); ++id)
+            part.services.push_back(
+                {.id = id,
+                 .eit_schedule = id % 2 != 0,
+                 .eit_present_following = id % 3 != 0,
+                 .running_status = static_cast<std::uint8_t>(id % 5),
+                 .free_ca_mode = id % 7 != 0,
+                 .descriptors = {service_descriptor(static_cast<std::uint8_t>(id), "P",
+                                                    "S" + std::to_string(id))}});
+        made.section(0x11, make(part));
+    }
+    return made;
+}
+
+void expect_services(const json &told, std::uint16_t total)
+{
+    ASSERT_EQ(told["services"].size(), total);
+    for (std::uint16_t id = 0; id < total; ++id) {
+        const json &service = told["services"][id];
+        EXPECT_EQ(service["service_id"], id);
+        EXPECT_EQ(service["actual"], true);
+        EXPECT_EQ(service["name"], "S" + std::to_string(id));
+        EXPECT_EQ(service["service_type"], id % 256);
+        EXPECT_EQ(service["EIT_schedule_flag"], id % 2 != 0 ? 1 : 0);
+        EXPECT_EQ(service["EIT_present_following_flag"], id % 3 != 0 ? 1 : 0);
+        EXPECT_EQ(service["running_status"], id % 5);
+        EXPECT_EQ(service["free_CA_mode"], id % 7 != 0 ? 1 : 0);
+    }
+}
+
+TEST(ManyServices, AreToldLikeFew)
+{
+    for (const std::uint16_t total : {std::uint16_t{200}, std::uint16_t{2000}}) {
+        const std::string path = files().write("many.ts", stream_of_many(total).bytes);
+        expect_services(scan_json({path}), total);
+    }
 }
 
 // ---- inputs that are not as they should be
@@ -554,6 +837,26 @@ TEST(Signals, SecondOneEndsAtOnce)
     close(out);
     EXPECT_EQ(result.status, 128 + SIGINT);
     EXPECT_EQ(result.out, "");
+}
+
+// The tool has filled a pipe that nobody reads when the signal comes.
+TEST(Signals, OneThatComesWhileResultsArePrintedCounts)
+{
+    const std::string path = files().write("many.ts", stream_of_many(2000).bytes);
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    process tool{scan_command({"--json", path}), -1, ends[1]};
+    close(ends[1]);
+    char first = 0;
+    ASSERT_EQ(read(ends[0], &first, 1), 1);
+    tool.signal(SIGINT);
+    std::string rest;
+    char part[4096];
+    for (ssize_t count = 0; (count = read(ends[0], part, sizeof part)) > 0;)
+        rest.append(part, static_cast<std::size_t>(count));
+    close(ends[0]);
+    EXPECT_EQ(tool.wait().status, 128 + SIGINT);
+    EXPECT_EQ(json::parse(first + rest)["services"].size(), 2000u);
 }
 
 TEST(Output, ReaderThatHasGoneIsNoFailure)

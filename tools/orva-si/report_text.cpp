@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include <algorithm>
-#include <cstdio>
 
-#include "dvb_text.h"
 #include "layout.h"
 #include "report.h"
+#include "report_words.h"
 
 namespace tool {
 namespace {
@@ -25,43 +24,9 @@ constexpr type_name service_types[] = {
     {0x1B, "NVOD HD"},      {0x1C, "TV HD 3D"},     {0x1D, "NVOD 3D shift"},
     {0x1E, "NVOD 3D"},      {0x1F, "TV HEVC"},      {0x20, "TV UHD"}};
 
-std::string hex(unsigned value, int digits)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%0*X", digits, value);
-    return text;
-}
-
-std::string joined(const std::vector<std::string> &parts, const char *separator = ", ")
-{
-    std::string text;
-    for (const std::string &part : parts)
-        text += (text.empty() ? "" : separator) + part;
-    return text;
-}
-
-std::string shown(const std::optional<label> &name)
-{
-    return name ? one_line(name->text) : "";
-}
-
-std::string quoted(const std::optional<label> &name)
-{
-    const std::string text = shown(name);
-    return text.empty() ? "" : " \"" + text + "\"";
-}
-
-std::string titled(const std::string &title, std::size_t width, const table_layout &table)
-{
-    std::string text;
-    for (const std::string &line : wrapped(title, width))
-        text += line + '\n';
-    return table.rows.empty() ? text : text + laid_out(table, width);
-}
-
 // ---- networks
 
-std::string network_text(const network &of, std::size_t width)
+std::string network_text(const network &of, std::size_t width, bool verbose)
 {
     table_layout table{
         {{"TS", true}, {"ONID", true}, {"Services", true}, {"Delivery", false, true}}, {}};
@@ -72,7 +37,7 @@ std::string network_text(const network &of, std::size_t width)
                               stream.in_nit.delivered ? stream.in_nit.delivered->summary : ""});
     const std::string title = "Network " + std::to_string(of.network_id) + quoted(of.name) +
                               (of.actual ? "" : " (other)");
-    return titled(title, width, table);
+    return titled(title, width, table) + (verbose ? network_details(of, width) : "");
 }
 
 // ---- services
@@ -87,16 +52,49 @@ std::string eit_flags(const service &of)
     return flags.empty() ? "-" : joined(flags, "+");
 }
 
+// The service of an NVOD reference, which names the services that show the same at other times.
+const service *reference_of(const service &of, const multiplex &in)
+{
+    const auto is_reference = [&](const service &other) {
+        return other.service_id == of.time_shifted_of &&
+               std::any_of(other.nvod_references.begin(), other.nvod_references.end(),
+                           [&](const service_reference &to) {
+                               return to.service_id == of.service_id &&
+                                      to.transport_stream_id == of.transport_stream_id &&
+                                      to.original_network_id == of.original_network_id;
+                           });
+    };
+    const auto found = std::find_if(in.services.begin(), in.services.end(), is_reference);
+    return found != in.services.end() ? &*found : nullptr;
+}
+
+// A time-shifted service has no name of its own (EN 300 468, 6.2.45).
+std::string service_name(const service &of, const multiplex &in)
+{
+    if (!of.time_shifted_of || of.name)
+        return shown(of.name);
+    const service *reference = reference_of(of, in);
+    return "(" + std::to_string(*of.time_shifted_of) +
+           (reference != nullptr ? quoted(reference->name) : "") + " at another time)";
+}
+
+std::string type_text(const service &of)
+{
+    if (of.service_type)
+        return service_type_name(*of.service_type);
+    return of.time_shifted_of ? "NVOD shifted" : "";
+}
+
 std::vector<std::string> service_row(const service &of, const multiplex &in, bool verbose)
 {
     const channel_number *number = number_of(in, of);
     return {number != nullptr ? std::to_string(number->lcn) + (number->visible ? "" : " hidden")
                               : "",
             std::to_string(of.service_id),
-            of.service_type ? service_type_name(*of.service_type) : "",
+            type_text(of),
             of.free_ca_mode.value_or(0) != 0 ? "CA" : "free",
             eit_flags(of),
-            shown(of.name),
+            service_name(of, in),
             verbose ? of.provider : ""};
 }
 
@@ -135,14 +133,17 @@ std::string services_text(const multiplex &in, std::size_t width, bool verbose)
     std::string text;
     for (const service *first : first_of_streams(in)) {
         table_layout table = service_table();
+        std::vector<const service *> own;
         for (const service &s : in.services)
-            if (same_stream(s, *first))
+            if (same_stream(s, *first)) {
+                own.push_back(&s);
                 table.rows.push_back(service_row(s, in, verbose));
+            }
         const std::string title =
             "Services of transport stream " + std::to_string(first->transport_stream_id) +
             ", original network " + std::to_string(first->original_network_id) +
             (first->actual ? "" : " (other)");
-        text += titled(title, width, table) + '\n';
+        text += titled(title, width, table) + (verbose ? service_details(own, width) : "") + '\n';
     }
     return text;
 }
@@ -201,7 +202,8 @@ std::string programs_text(const multiplex &in, std::size_t width, bool verbose)
              verbose ? streams_text(p, stream_kind::other) : "", ca_text(p)});
     if (table.rows.empty())
         return "";
-    return titled("Programs, with the PIDs of their streams", width, table) + '\n';
+    return titled("Programs, with the PIDs of their streams", width, table) +
+           (verbose ? program_details(in.programs, width) : "") + '\n';
 }
 
 // ---- bouquets
@@ -243,10 +245,11 @@ std::string text_report(const multiplex &found, std::size_t width, bool verbose)
     for (const bool actual : {true, false})
         for (const network &n : found.networks)
             if (n.actual == actual)
-                text += network_text(n, width) + '\n';
+                text += network_text(n, width, verbose) + '\n';
     text += services_text(found, width, verbose);
     text += programs_text(found, width, verbose);
     text += bouquets_text(found, width);
+    text += updates_text(found.updates, width);
     if (text.ends_with("\n\n"))
         text.pop_back();
     return text;

@@ -231,7 +231,7 @@ int run_scan(const options &chosen)
         complain(input_error_text(chosen.input, result.status.error, 0));
         return input_error_status(result.status.error);
     }
-    multiplex found = collect(chosen.charset);
+    multiplex found = collect(chosen);
     if (received_signal() != 0)
         result.how = ending::signal;
     int status = judge(result, found, chosen);

@@ -120,7 +120,12 @@ struct channel {
     std::uint16_t teletext_pid = 0;
     std::uint16_t subtitle_pid = 0;
     bool scrambled = false;
+    std::uint16_t update_pid = 0; // software updates for receivers
 };
+
+constexpr std::uint16_t update_service = 108;
+constexpr std::uint16_t update_pid = 376;
+constexpr std::uint32_t every_manufacturer = 0x00015A; // the OUI of DVB (ETSI TS 102 006)
 
 // Names in the character tables that broadcasters use (EN 300 468 annex A).
 // clang-format off
@@ -133,7 +138,8 @@ const std::vector<channel> channels{
     {105, 0x02, "\x05T\xFCrk\xFC FM"sv, 105, 320, 321, 0, 0, {{321, 0x03, "tur"}}},
     {106, 0x01, "\x14\x65\xB0\x80\x5E\x53\xF0"sv, 6, 336, 337, 337, 0x1B, {{338, 0x0F, "zho"}}},
     {107, 0x01, "\x12\xC7\xD1\xB1\xB9 TV"sv, 7, 352, 353, 353, 0x1B, {{354, 0x0F, "kor"}}},
-    {108, 0x19, "\x0B\xD6sterreich \xA4"sv, 8, 368, 369, 369, 0x1B, {{370, 0x04, "deu"}}, 373, 374},
+    {108, 0x19, "\x0B\xD6sterreich \xA4"sv, 8, 368, 369, 369, 0x1B, {{370, 0x04, "deu"}}, 373, 374,
+     false, update_pid},
     {109, 0x1F, "\x15Orva Ultra \xE2\x98\x85"sv, 9, 384, 385, 385, 0x24,
      {{386, 0x06, "eng", true}}, 0, 390, true},
 };
@@ -188,6 +194,37 @@ octets sound_entry(const sound &s)
     return stream_entry(s.stream_type, s.pid, descriptors);
 }
 
+// The initial page 100, and subtitles on page 888 for those who read German or do not hear.
+octets teletext(std::string_view language)
+{
+    return descriptor(0x56, writer{}
+                                .text(language)
+                                .u8(1 << 3 | 1)
+                                .u8(0x00)
+                                .text("deu"sv)
+                                .u8(2 << 3)
+                                .u8(0x88)
+                                .text(language)
+                                .u8(5 << 3)
+                                .u8(0x88));
+}
+
+// Normal ones and ones for those who do not hear, on two pages of composition.
+octets subtitling(std::string_view language)
+{
+    return descriptor(
+        0x59, writer{}.text(language).u8(0x10).u16(1).u16(1).text(language).u8(0x20).u16(2).u16(1));
+}
+
+// Software updates of every manufacturer, in the standard update carousel (ETSI TS 102 006, 7.1).
+octets update_stream()
+{
+    constexpr unsigned standard_update = 0xF1;
+    const octets selector =
+        writer{}.u8(6).u24(every_manufacturer).u8(standard_update).u8(0xC0).u8(0).data;
+    return stream_entry(0x0B, update_pid, descriptor(0x66, writer{}.u16(0x000A).append(selector)));
+}
+
 octets pmt(const channel &c)
 {
     writer body;
@@ -197,19 +234,34 @@ octets pmt(const channel &c)
     for (const sound &s : c.sounds)
         body.append(sound_entry(s));
     const char *language = c.sounds[0].language;
-    if (c.teletext_pid != 0) // the initial page 100 and subtitles on page 888
-        body.append(stream_entry(0x06, c.teletext_pid,
-                                 descriptor(0x56, writer{}
-                                                      .text(language)
-                                                      .u8(1 << 3 | 1)
-                                                      .u8(0x00)
-                                                      .text(language)
-                                                      .u8(2 << 3)
-                                                      .u8(0x88))));
+    if (c.teletext_pid != 0)
+        body.append(stream_entry(0x06, c.teletext_pid, teletext(language)));
     if (c.subtitle_pid != 0)
-        body.append(stream_entry(0x06, c.subtitle_pid,
-                                 descriptor(0x59, writer{}.text(language).u8(0x10).u16(1).u16(1))));
+        body.append(stream_entry(0x06, c.subtitle_pid, subtitling(language)));
+    if (c.update_pid != 0)
+        body.append(update_stream());
     return section(0x02, c.id, body.data);
+}
+
+struct translation {
+    std::uint16_t id;
+    std::string_view language;
+    std::string_view name;
+};
+constexpr translation translations[] = {{101, "eng"sv, "Orva One HD"sv},
+                                        {101, "deu"sv, "Orva Eins HD"sv},
+                                        {101, "fra"sv, "\x0BOrva Un HD"sv},
+                                        {103, "eng"sv, "News"sv},
+                                        {106, "eng"sv, "News Channel"sv}};
+
+// The names of a service in several languages, where it has any.
+octets multilingual_names(unsigned id)
+{
+    writer names;
+    for (const translation &t : translations)
+        if (t.id == id)
+            names.text(t.language).text8("Orva"sv).text8(t.name);
+    return names.data.empty() ? octets{} : descriptor(0x5D, names);
 }
 
 octets service_entry(unsigned id, unsigned type, std::string_view name, bool scrambled,
@@ -218,7 +270,8 @@ octets service_entry(unsigned id, unsigned type, std::string_view name, bool scr
     constexpr unsigned running = 4;
     writer entry;
     entry.u16(id).u8(0xFC | eit_flags);
-    const octets described = descriptor(0x48, writer{}.u8(type).text8("Orva"sv).text8(name));
+    const octets described = joined(
+        {descriptor(0x48, writer{}.u8(type).text8("Orva"sv).text8(name)), multilingual_names(id)});
     entry.u16(running << 13 | (scrambled ? 0x1000u : 0u) | static_cast<unsigned>(described.size()));
     return entry.append(described).data;
 }
@@ -287,27 +340,59 @@ octets stream_loop_entry(std::uint16_t stream, const octets &descriptors)
     return writer{}.u16(stream).u16(network).counted12(descriptors).data;
 }
 
-octets nit(std::uint8_t table_id, std::uint16_t id, std::string_view name, const octets &streams)
+// further: descriptors of the network behind its name.
+octets nit(std::uint8_t table_id, std::uint16_t id, std::string_view name, const octets &further,
+           const octets &streams)
 {
-    return section(
-        table_id, id,
-        writer{}.counted12(descriptor(0x40, writer{}.text(name))).counted12(streams).data);
+    const octets described = joined({descriptor(0x40, writer{}.text(name)), further});
+    return section(table_id, id, writer{}.counted12(described).counted12(streams).data);
+}
+
+octets multilingual_network_name()
+{
+    return descriptor(
+        0x5B, writer{}.text("eng"sv).text8("Orva Sample"sv).text("deu"sv).text8("Orva-Beispiel"sv));
+}
+
+// Where receivers find their software (ETSI TS 102 006, 6.1).
+octets update_linkage()
+{
+    constexpr unsigned software_update = 0x09;
+    return descriptor(0x4A, writer{}
+                                .u16(this_stream)
+                                .u16(network)
+                                .u16(update_service)
+                                .u8(software_update)
+                                .u8(4)
+                                .u24(every_manufacturer)
+                                .u8(0));
+}
+
+// Further transmitters of a terrestrial stream.
+octets frequency_list(std::initializer_list<std::uint32_t> megahertz)
+{
+    constexpr unsigned terrestrial = 0xFF;
+    writer list;
+    list.u8(terrestrial);
+    for (const std::uint32_t frequency : megahertz)
+        list.u32(frequency * 100000);
+    return descriptor(0x62, list);
 }
 
 octets nit_actual()
 {
-    const octets own =
-        joined({terrestrial_delivery(626), service_list(channels), channel_numbers(channels)});
+    const octets own = joined({terrestrial_delivery(626), frequency_list({514, 578}),
+                               service_list(channels), channel_numbers(channels)});
     const octets other = joined(
         {second_terrestrial_delivery(658), service_list(neighbours), channel_numbers(neighbours)});
     return nit(
-        0x40, network, "Orva Sample"sv,
+        0x40, network, "Orva Sample"sv, joined({multilingual_network_name(), update_linkage()}),
         joined({stream_loop_entry(this_stream, own), stream_loop_entry(other_stream, other)}));
 }
 
 octets nit_other()
 {
-    return nit(0x41, neighbour_network, "Orva Neighbour"sv,
+    return nit(0x41, neighbour_network, "Orva Neighbour"sv, {},
                stream_loop_entry(2001, terrestrial_delivery(682)));
 }
 
