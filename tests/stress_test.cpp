@@ -6,17 +6,12 @@
 // up. Sanitizers watch.
 #include <glib.h>
 #include <gtest/gtest.h>
-#include <random>
 
 #include <array>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -27,13 +22,14 @@
 #include "orva_si.h"
 #include "support/descriptors.h"
 #include "support/sections.h"
+#include "support/stress.h"
 
 using namespace test;
 using namespace std::chrono_literals;
 
 namespace {
 
-std::atomic<std::size_t> frees{0};
+tally frees;
 
 } // namespace
 
@@ -42,7 +38,7 @@ extern "C" {
 void __real_g_slice_free1(gsize size, gpointer memory);
 void __wrap_g_slice_free1(gsize size, gpointer memory)
 {
-    frees += memory != nullptr ? 1 : 0;
+    frees.add(memory != nullptr ? 1 : 0);
     __real_g_slice_free1(size, memory);
 }
 
@@ -50,32 +46,11 @@ void __wrap_g_slice_free1(gsize size, gpointer memory)
 
 namespace {
 
-std::chrono::seconds duration()
-{
-    const char *set = std::getenv("ORVA_STRESS_SECONDS");
-    return std::chrono::seconds{set != nullptr ? std::atoi(set) : 3};
-}
-
-class dice {
-public:
-    explicit dice(unsigned seed) : engine{seed} {}
-    std::uint32_t below(std::uint32_t n) { return static_cast<std::uint32_t>(engine() % n); }
-    bool one_in(std::uint32_t n) { return below(n) == 0; }
-    std::uint8_t byte() { return static_cast<std::uint8_t>(below(0x100)); }
-    // A few ids, so that they meet again.
-    std::uint16_t id(std::uint32_t n) { return static_cast<std::uint16_t>(1 + below(n)); }
-
-private:
-    std::mt19937 engine;
-};
-
-std::atomic<bool> over{false};
 std::atomic<bool> calm{false};     // the broadcast pauses, so that a start finds the library idle
 std::atomic<bool> scanning{false}; // somebody is to cancel
 
 struct counters {
-    std::atomic<std::size_t> sections, batches, starts, scans, notifications, answers,
-        event_answers;
+    tally sections, batches, starts, scans, notifications, answers, event_answers;
 } counted;
 
 // ---- The broadcast
@@ -209,28 +184,6 @@ transmission random_table(dice &d)
     }
 }
 
-// Bytes, CRC_32 or lengths that are wrong, and pure noise.
-octets spoiled(dice &d, octets section)
-{
-    switch (d.below(5)) {
-    case 0:
-        return damage(std::move(section));
-    case 1:
-        section[d.below(static_cast<std::uint32_t>(section.size()))] = d.byte();
-        return d.one_in(2) ? fix_crc(section) : section;
-    case 2:
-        return set_length(std::move(section), d.below(0x1000));
-    case 3:
-        section.resize(1 + d.below(static_cast<std::uint32_t>(section.size())));
-        return section;
-    default:
-        octets noise(d.one_in(20) ? 4090 + d.below(20) : d.below(64));
-        for (std::uint8_t &byte : noise)
-            byte = d.byte();
-        return noise;
-    }
-}
-
 octets any_section(dice &d)
 {
     octets section = random_table(d).section;
@@ -319,7 +272,7 @@ void deliver_batch(dice &d)
 void broadcast(dice &d)
 {
     const transmission sent = random_table(d);
-    counted.sections += fake::driver().broadcast(sent.pid, sent.section);
+    counted.sections.add(fake::driver().broadcast(sent.pid, sent.section));
 }
 
 void single_driver(dice &d)
@@ -342,42 +295,15 @@ void batch_driver(dice &d)
 
 // ---- The controlling client
 
+const event_requests of_interest{.actual = {1, 2, 3, 4, 5, 0xFFFF},
+                                 .other = {{1, 1, 1}, {2, 1, 2}, {0xFFFF, 0xFFFF, 0xFFFF}}};
+
 void ask_for_events(dice &d)
 {
-    const std::vector<std::uint16_t> ids{1, 2, 3, 4, 5, 0xFFFF};
-    const std::uint32_t count = 1 + d.below(static_cast<std::uint32_t>(ids.size()));
-    const std::array<SiEitRequest, 3> others{{{1, 1, 1}, {2, 1, 2}, {0xFFFF, 0xFFFF, 0xFFFF}}};
-    switch (d.below(10)) {
-    case 0:
-        Orva_Si_StartActualPFEIT(0xFFFF, 0xFFFF, d.id(programs), ids.data(), count);
-        break;
-    case 1:
-        Orva_Si_StartCurrentPFEIT(0xFFFF, 0xFFFF, d.id(programs));
-        break;
-    case 2:
-        Orva_Si_StartActualScheduleEIT(0xFFFF, 0xFFFF, d.id(programs), ids.data(), count);
-        break;
-    case 3:
-        Orva_Si_StartOtherPFEIT(d.one_in(2) ? others.data() : nullptr, 1 + d.below(3));
-        break;
-    case 4:
-        Orva_Si_StartOtherSchedulEIT(d.one_in(2) ? others.data() : nullptr, 1 + d.below(3));
-        break;
-    case 5:
-        Orva_Si_StopActualPFEIT();
-        break;
-    case 6:
-        Orva_Si_StopOtherPFEIT();
-        break;
-    case 7:
-        Orva_Si_StopActualScheduleEIT();
-        break;
-    case 8:
-        Orva_Si_StopOtherScheduleEIT();
-        break;
-    default:
-        Orva_Si_StopAllEIT();
-    }
+    if (d.one_in(2))
+        start_events(d, of_interest, d.id(programs));
+    else
+        stop_events(d);
 }
 
 void use_channel(dice &d)
@@ -410,7 +336,7 @@ void start_channel(dice &d)
 {
     const SiTuneParam tune{d.below(4), 0, 0,
                            d.one_in(4) ? std::uint16_t{SI_NO_PROGRAM} : d.id(programs)};
-    counted.starts += Orva_Si_StartChannel(&tune) == ORVA_SI_OK ? 1 : 0;
+    counted.starts.add(Orva_Si_StartChannel(&tune) == ORVA_SI_OK ? 1 : 0);
 }
 
 void scan_once(dice &d)
@@ -436,7 +362,7 @@ void controlling_client(dice &d)
     calm = false;
     for (std::uint32_t left = d.below(20); left != 0; --left) {
         use_channel(d);
-        std::this_thread::sleep_for(std::chrono::microseconds{d.below(2000)});
+        d.rest(2000);
     }
     if (d.one_in(2))
         Orva_Si_StopChannel();
@@ -488,103 +414,26 @@ void ask(dice &d)
                    Orva_Si_IsScanMode() + Si_Ctl_GetTunningProgNo();
         },
     }};
-    counted.answers += questions[d.below(questions.size())]() == ORVA_SI_OK ? 1 : 0;
-}
-
-// The language function of the client, called with a lock held.
-std::uint32_t number_of_language(const char *code, std::uint32_t *language)
-{
-    *language = static_cast<std::uint8_t>(code[0]);
-    return 0;
+    counted.answers.add(questions[d.below(questions.size())]() == ORVA_SI_OK ? 1 : 0);
 }
 
 void ask_about_events(dice &d)
 {
-    constexpr std::uint32_t onid = 1;
-    std::array<std::uint16_t, 8> ids{};
-    std::array<std::uint32_t, 8> languages{};
-    std::array<SiBasicEvent, 8> basics{};
-    std::array<SiExtendEvtDesc, 4> extended{};
-    std::array<SiEvtContent, 4> genres{};
-    std::array<SiEvtComponent, 4> components{};
-    std::array<SiEvtRating, 4> ratings{};
-    SiDvbString text{};
-    std::uint16_t id = 0;
-    std::uint32_t seconds = 0;
-    std::uint8_t byte = 0;
-    std::uint32_t count = d.below(ids.size() + 1);
-    std::uint32_t few = d.below(extended.size() + 1);
-    const std::uint32_t ts = d.id(2);
-    const std::uint32_t sid = d.id(programs);
-    const std::uint32_t event = d.id(3);
-    const std::uint32_t language = d.one_in(2) ? 'e' : 'd';
-    const auto banner = static_cast<std::uint8_t>(d.below(2));
-    const std::array<std::function<std::uint32_t()>, 22> questions{{
-        [&] { return Orva_Si_GetOneServEvtIds(onid, ts, sid, ids.data(), &count); },
-        [&] { return Orva_Si_GetOneServEvtCount(onid, ts, sid, &count); },
-        [&] {
-            return Orva_Si_GetOneSectEvtIds(onid, ts, sid, 0x50, d.below(2), ids.data(), &count);
-        },
-        [&] {
-            return Orva_Si_GetOneServBscEvtInfos(onid, ts, sid, language, 0, 0, basics.data(),
-                                                 &count);
-        },
-        [&] { return Orva_Si_GetGetEventIDsByStartTime(onid, ts, sid, 0, ids.data(), &count); },
-        [&] {
-            return Orva_Si_GetGetEventIDsByStartTimeAndEndTime(onid, ts, sid, 0, 0xFFFFFFFF,
-                                                               ids.data(), &count);
-        },
-        [&] { return Orva_Si_GetBnrEvtId(onid, ts, sid, d.below(3), &id); },
-        [&] { return Orva_Si_GetEvtStartUTCTime(onid, ts, sid, event, &seconds, banner); },
-        [&] { return Orva_Si_GetEvtDuringTime(onid, ts, sid, event, &seconds, banner); },
-        [&] { return Orva_Si_GetEvtNameByID(onid, ts, sid, event, &text, language, banner); },
-        [&] {
-            return Orva_Si_GetEvtNameLangList(onid, ts, sid, event, languages.data(), &count,
-                                              banner);
-        },
-        [&] { return Orva_Si_GetShortEvtDescByID(onid, ts, sid, event, language, &text, banner); },
-        [&] {
-            return Orva_Si_GetShortEvtDescLangList(onid, ts, sid, event, languages.data(), &count,
-                                                   banner);
-        },
-        [&] {
-            return Orva_Si_GetExtendEvtDescByID(onid, ts, sid, event, language, extended.data(),
-                                                banner);
-        },
-        [&] {
-            return Orva_Si_GetAllExtendEvtDescByID(onid, ts, sid, event, language, extended.data(),
-                                                   &few, banner);
-        },
-        [&] { return Orva_Si_GetExtendEvtDescCnt(onid, ts, sid, event, language, &few, banner); },
-        [&] {
-            return Orva_Si_GetExtendEvtDescLangList(onid, ts, sid, event, languages.data(), &count,
-                                                    banner);
-        },
-        [&] {
-            return Orva_Si_GetEvtContentDesc(onid, ts, sid, event, genres.data(), &few, banner);
-        },
-        [&] {
-            return Orva_Si_GetEvtComponentDesc(onid, ts, sid, event, components.data(), &few,
-                                               banner);
-        },
-        [&] {
-            return Orva_Si_GetEvtParentalRatingDesc(onid, ts, sid, event, ratings.data(), &few,
-                                                    banner);
-        },
-        [&] {
-            Orva_Si_HaveEvtCAIdentifierDesc(onid, ts, sid, event, &byte, banner);
-            return byte == 1 ? ORVA_SI_OK : ORVA_SI_FAILURE;
-        },
-        [&] { return Orva_Si_EvtGetPfNameId(onid, ts, sid, event, 0x233A, &byte, banner); },
-    }};
-    counted.event_answers += questions[d.below(questions.size())]() == ORVA_SI_OK ? 1 : 0;
+    const asked about{.onid = 1,
+                      .ts = d.id(2),
+                      .service = d.id(programs),
+                      .event = d.id(3),
+                      .language = d.one_in(2) ? english : german,
+                      .banner = static_cast<std::uint8_t>(d.below(2)),
+                      .room = d.below(9)};
+    counted.event_answers.add(ask_about(d, about).told ? 1 : 0);
 }
 
 void querying_client(dice &d)
 {
     for (std::uint32_t left = 20; left != 0; --left)
         d.one_in(2) ? ask_about_events(d) : ask(d);
-    std::this_thread::sleep_for(std::chrono::microseconds{d.below(1000)});
+    d.rest(1000);
 }
 
 void asking_client(dice &d)
@@ -624,7 +473,7 @@ std::uint32_t client(std::uint32_t reason, std::uint32_t, SiWord data, std::uint
         unsigned sum = 0;
         for (unsigned i = 0; i < section->length; ++i)
             sum += section->section[i];
-        counted.answers += sum & 1u;
+        counted.answers.add(sum & 1u);
     }
     if (d.one_in(5))
         d.one_in(2) ? ask_about_events(d) : ask(d);
@@ -639,11 +488,6 @@ std::uint32_t client(std::uint32_t reason, std::uint32_t, SiWord data, std::uint
 
 // ---- All of them
 
-struct worker {
-    const char *name;
-    void (*step)(dice &);
-    std::atomic<std::uint64_t> steps{0};
-};
 std::array<worker, 8> workers{{{"driver of single sections", single_driver},
                                {"driver of batches", batch_driver},
                                {"controlling client", controlling_client},
@@ -653,87 +497,31 @@ std::array<worker, 8> workers{{{"driver of single sections", single_driver},
                                {"querying client 3", querying_client},
                                {"timer thread", services}}};
 
-void work(worker &self, unsigned seed)
-{
-    dice d{seed};
-    while (!over) {
-        self.step(d);
-        ++self.steps;
-    }
-}
-
-// Ends the process when the test is not over in time, which only a deadlock can bring about.
-class watchdog {
-public:
-    explicit watchdog(std::chrono::seconds patience)
-        : thread{[this, patience] {
-              std::unique_lock lock{mutex};
-              if (called_off_signal.wait_for(lock, patience, [this] { return called_off; }))
-                  return;
-              for (const worker &one : workers)
-                  std::fprintf(stderr, "%s: %llu steps\n", one.name,
-                               static_cast<unsigned long long>(one.steps));
-              std::fputs("somebody is stuck\n", stderr);
-              std::abort();
-          }}
-    {
-    }
-    ~watchdog()
-    {
-        {
-            const std::lock_guard lock{mutex};
-            called_off = true;
-        }
-        called_off_signal.notify_one();
-        thread.join();
-    }
-    watchdog(const watchdog &) = delete;
-    watchdog &operator=(const watchdog &) = delete;
-
-private:
-    std::mutex mutex;
-    std::condition_variable called_off_signal;
-    bool called_off = false;
-    std::thread thread;
-};
-
-bool wait_for(const std::function<bool()> &condition)
-{
-    for (int i = 0; i < 20000 && !condition(); ++i)
-        std::this_thread::sleep_for(1ms);
-    return condition();
-}
-
 // What a client frees that ends for good; nothing else runs any more.
 void free_stores()
 {
-    Orva_MutexP(&Ts_Ctl_Mutex);
-    Orva_Si_DeleteCaches(0);
-    Orva_Si_EraseAllEitRawData();
-    Orva_MutexV(&Ts_Ctl_Mutex);
+    empty_stores();
     Orva_Si_DestorySectModel();
 }
 
 TEST(Stress, NobodyIsStuckAndEverythingIsGivenBack)
 {
-    const watchdog dog{duration() + 60s};
+    const watchdog dog{duration(3s) + 60s, workers};
     fake::set_log_level(0);
     ASSERT_EQ(Orva_Si_InstallCallback(client), ORVA_SI_OK);
     ASSERT_EQ(Orva_Si_InstallISO639toIDFunc(number_of_language), ORVA_SI_OK);
     ASSERT_EQ(Orva_Si_Init(fake::driver().table()), ORVA_SI_OK);
     ASSERT_TRUE(wait_for([] { return Orva_Si_GetTableList() != nullptr; }));
 
-    std::vector<std::thread> threads;
-    for (unsigned i = 0; i < workers.size(); ++i)
-        threads.emplace_back(work, std::ref(workers[i]), i + 1);
-    std::this_thread::sleep_for(duration());
-    over = true;
-    while (scanning) {
-        Orva_Si_CancelScanChannel();
-        std::this_thread::sleep_for(10ms);
+    {
+        crew threads{workers};
+        std::this_thread::sleep_for(duration(3s));
+        threads.stop();
+        while (scanning) {
+            Orva_Si_CancelScanChannel();
+            std::this_thread::sleep_for(10ms);
+        }
     }
-    for (std::thread &thread : threads)
-        thread.join();
     fake::fail_allocation(0);
 
     Orva_Si_StopScanChannel();
@@ -747,11 +535,6 @@ TEST(Stress, NobodyIsStuckAndEverythingIsGivenBack)
     EXPECT_EQ(fake::allocations() - frees, 1u); // the empty list of events, which stays
 
     // It was not for nothing.
-    const auto report = [](const char *what, std::size_t count) {
-        RecordProperty(what, static_cast<int>(count));
-        std::printf("%-14s %zu\n", what, count);
-        EXPECT_GT(count, 0u) << what;
-    };
     report("sections", counted.sections);
     report("batches", counted.batches);
     report("starts", counted.starts);
