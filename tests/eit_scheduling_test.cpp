@@ -508,7 +508,7 @@ class EitScheduling : public EitSimulation, public testing::WithParamInterface<u
 TEST_P(EitScheduling, NoServiceStarves)
 {
     put_services_on_air(GetParam());
-    put_others_on_air(20);
+    put_others_on_air(10);
     ASSERT_NO_FATAL_FAILURE(tune_to(GetParam() / 2));
     ASSERT_NO_FATAL_FAILURE(request_own());
     ASSERT_NO_FATAL_FAILURE(request_others());
