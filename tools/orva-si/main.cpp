@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "guide.h"
 #include "options.h"
 #include "scan.h"
 #include "terminal.h"
@@ -13,6 +14,9 @@ namespace {
 constexpr tool::command commands[] = {
     {"scan", "Scan a multiplex: networks, services, programs and bouquets", tool::run_scan,
      tool::takes_pds},
+    {"guide", "List the events of every service: now, next and by day", tool::run_guide,
+     tool::tunes | tool::takes_service | tool::takes_window | tool::takes_language |
+         tool::takes_time_zone},
 };
 
 int run(int argc, char **argv)

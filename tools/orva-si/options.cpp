@@ -11,6 +11,8 @@
 #include <system_error>
 
 #include "dvb_text.h"
+#include "language.h"
+#include "time_words.h"
 
 namespace tool {
 namespace {
@@ -44,6 +46,24 @@ std::string check_seconds(const std::string &text)
     return "";
 }
 
+std::string check_time(const std::string &text)
+{
+    return parse_time(text)
+               ? ""
+               : "a time such as 2026-01-01T12:00:00Z or '2026-01-01 12:00' is expected, not " +
+                     text;
+}
+
+std::string check_time_zone(const std::string &zone)
+{
+    return time_zone_setting(zone) ? "" : "no time zone has the name " + zone;
+}
+
+std::string check_languages(const std::string &text)
+{
+    return language_list(text) ? "" : "ISO 639 codes such as deu,eng are expected, not " + text;
+}
+
 // Decimal, or hexadecimal behind 0x. A leading zero means nothing.
 std::optional<std::uint32_t> number(std::string_view text)
 {
@@ -75,7 +95,14 @@ void add_number(CLI::App &app, const char *name, std::optional<Number> &chosen,
         ->check(CLI::Validator{check, ""});
 }
 
-void add_options(CLI::App &app, options &chosen)
+void add_time(CLI::App &app, const char *name, std::string &chosen, const char *description)
+{
+    app.add_option(name, chosen, description)
+        ->type_name("TIME")
+        ->check(CLI::Validator{check_time, ""});
+}
+
+void add_options(CLI::App &app, const command &of, options &chosen)
 {
     app.add_option("INPUT", chosen.input, "Transport stream: a path, or - for standard input")
         ->required()
@@ -84,7 +111,9 @@ void add_options(CLI::App &app, options &chosen)
     app.add_option("--for", chosen.seconds, "Stop after that time, with the results so far")
         ->type_name("SECONDS")
         ->check(CLI::Validator{check_seconds, ""});
-    add_number(app, "--program", chosen.program, "Print only this program or service");
+    add_number(app, "--program", chosen.program,
+               (of.takes & tunes) != 0 ? "Tune to this program [the first of the PAT]"
+                                       : "Print only this program or service");
     app.add_option("--charset", chosen.charset,
                    "Character table of text that names none (ISO-8859-9 ...) [ISO 6937]")
         ->type_name("NAME")
@@ -103,6 +132,32 @@ void add_own_options(CLI::App &app, const command &of, options &chosen)
     if ((of.takes & takes_pds) != 0)
         add_number(app, "--pds", chosen.pds,
                    "Private data specifier of descriptors that are sent under none");
+    if ((of.takes & takes_service) != 0)
+        app.add_option("--service", chosen.service,
+                       "Only services with this service_id, onid.tsid.sid or part of a name")
+            ->type_name("SERVICE");
+    if ((of.takes & takes_window) != 0) {
+        add_time(app, "--from", chosen.from, "Only schedule events that end after that time");
+        add_time(app, "--to", chosen.to, "Only schedule events that start before that time");
+    }
+    if ((of.takes & takes_language) != 0)
+        app.add_option_function<std::string>(
+               "--lang",
+               [&chosen](const std::string &text) {
+                   chosen.languages = language_list(text).value_or(std::vector<std::string>{});
+               },
+               "Preferred languages, the first most: deu,eng")
+            ->type_name("CODES")
+            ->check(CLI::Validator{check_languages, ""});
+    if ((of.takes & takes_time_zone) != 0)
+        app.add_option_function<std::string>(
+               "--tz",
+               [&chosen](const std::string &zone) {
+                   chosen.time_zone = time_zone_setting(zone).value_or("");
+               },
+               "Time zone of times for people: UTC, +HH:MM or a name [the system's]")
+            ->type_name("ZONE")
+            ->check(CLI::Validator{check_time_zone, ""});
 }
 
 std::string usage_hint(const CLI::App *about)
@@ -146,7 +201,7 @@ decision decide(std::span<const command> commands, int argc, const char *const *
         CLI::App *sub = app.add_subcommand(known.name, known.summary);
         sub->footer(exit_statuses);
         sub->set_version_flag("--version", version);
-        add_options(*sub, made.chosen);
+        add_options(*sub, known, made.chosen);
         add_own_options(*sub, known, made.chosen);
         sub->callback([&made, &known] { made.run = &known; });
     }

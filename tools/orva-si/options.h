@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tool {
 
@@ -28,6 +29,11 @@ struct options {
     std::optional<double> seconds;        // --for
     std::optional<std::uint16_t> program; // --program
     std::optional<std::uint32_t> pds;     // --pds
+    std::string service;                  // --service; empty: every one
+    std::string from;                     // --from, --to: times as given; empty: no bound
+    std::string to;
+    std::vector<std::string> languages; // --lang, the first most wanted
+    std::string time_zone;              // --tz, as TZ takes it; empty: the system's
     std::uint32_t log_level = 1;
     bool log_asked = false; // --log-level was given
     bool json = false;
@@ -39,6 +45,11 @@ struct options {
 // Options that not every command takes, as bits of command::takes.
 enum own_option : unsigned {
     takes_pds = 1u << 0,
+    takes_service = 1u << 1,
+    takes_window = 1u << 2, // --from, --to
+    takes_language = 1u << 3,
+    takes_time_zone = 1u << 4,
+    tunes = 1u << 5, // --program is what it tunes to, not what it prints
 };
 
 struct command {

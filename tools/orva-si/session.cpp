@@ -68,7 +68,7 @@ session::~session()
     orva_debug_set_sink(nullptr, nullptr);
 }
 
-std::optional<int> session::open(const options &chosen)
+std::optional<int> session::open(const options &chosen, SiNotifyFunc listener)
 {
     if (chosen.input == "-" && isatty(STDIN_FILENO) != 0) {
         complain("standard input is a terminal: give a file or a pipe");
@@ -96,7 +96,7 @@ std::optional<int> session::open(const options &chosen)
         complain("the library does not start");
         return exit_failure;
     }
-    Orva_Si_InstallCallback(no_news);
+    Orva_Si_InstallCallback(listener != nullptr ? listener : no_news);
     return std::nullopt;
 }
 
@@ -105,6 +105,16 @@ OrvaDemuxStatus session::status() const
     OrvaDemuxStatus status = {};
     orva_demux_get_status(demux, &status);
     return status;
+}
+
+std::vector<SiEitRequest> session::event_services() const
+{
+    constexpr std::uint32_t most = 8192; // that the demultiplexer lists
+    std::vector<SiEitRequest> services(most);
+    std::uint32_t count = most;
+    orva_demux_get_eit_services(demux, services.data(), &count);
+    services.resize(count);
+    return services;
 }
 
 unsigned session::times_full()

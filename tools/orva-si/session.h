@@ -5,9 +5,11 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "options.h"
 #include "orva_demux.h"
+#include "orva_si/notify.h"
 
 namespace tool {
 
@@ -19,10 +21,13 @@ public:
     session &operator=(const session &) = delete;
 
     // Opens the input and starts the library; returns when the library can take sections. The exit
-    // status when that fails, with the reason said on standard error.
-    std::optional<int> open(const options &chosen);
+    // status when that fails, with the reason said on standard error. listener: null for a command
+    // that the library tells nothing.
+    std::optional<int> open(const options &chosen, SiNotifyFunc listener = nullptr);
 
     OrvaDemuxStatus status() const;
+    // The services whose events the input was seen to carry.
+    std::vector<SiEitRequest> event_services() const;
     // How often the library found its store full: what it holds is not all that came.
     static unsigned times_full();
 

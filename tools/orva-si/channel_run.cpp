@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "channel_run.h"
+
+#include <chrono>
+#include <optional>
+#include <thread>
+
+#include "event_channel.h"
+#include "terminal.h"
+
+namespace tool {
+namespace {
+
+using namespace std::chrono_literals;
+using clock = std::chrono::steady_clock;
+
+clock::time_point end_of_time(const options &chosen)
+{
+    if (!chosen.seconds)
+        return clock::time_point::max();
+    return clock::now() + std::chrono::duration_cast<clock::duration>(
+                              std::chrono::duration<double>{*chosen.seconds});
+}
+
+std::optional<channel_end> judge(const event_channel &channel, const OrvaDemuxStatus &status,
+                                 clock::time_point end)
+{
+    if (received_signal() != 0)
+        return channel_end::signal;
+    if (status.state == ORVA_DEMUX_FAILED)
+        return channel_end::input_failed;
+    if (channel.exhausted())
+        return channel_end::exhausted;
+    if (clock::now() >= end)
+        return channel_end::time_over;
+    return std::nullopt;
+}
+
+} // namespace
+
+std::string reading_text(const OrvaDemuxStatus &status)
+{
+    if (status.state != ORVA_DEMUX_READING || status.input_bytes == 0)
+        return "";
+    return "read " + std::to_string(status.bytes * 100 / status.input_bytes) + " %, ";
+}
+
+channel_run run_channel(const session &input, const options &chosen, const channel_hooks &hooks)
+{
+    constexpr auto step_interval = 5ms;
+    // The log of the library and a line that overwrites itself do not go together.
+    constexpr std::uint32_t talkative = 3;
+    const clock::time_point end = end_of_time(chosen);
+    event_channel channel{input, chosen, hooks.awaits_programs};
+    progress_line progress{!chosen.quiet && chosen.log_level < talkative};
+    while (true) {
+        const OrvaDemuxStatus status = input.status();
+        channel.step(status);
+        hooks.each_step();
+        if (progress.active())
+            progress.show(hooks.progress(status));
+        if (const auto how = judge(channel, status, end)) {
+            channel.stop();
+            hooks.each_step();
+            return {*how, input.status()};
+        }
+        std::this_thread::sleep_for(step_interval);
+    }
+}
+
+} // namespace tool

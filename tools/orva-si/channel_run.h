@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+// A channel from its start to its end, with progress on the terminal.
+#ifndef TOOLS_CHANNEL_RUN_H
+#define TOOLS_CHANNEL_RUN_H
+
+#include <functional>
+#include <string>
+
+#include "options.h"
+#include "session.h"
+
+namespace tool {
+
+enum class channel_end { exhausted, signal, time_over, input_failed };
+
+struct channel_run {
+    channel_end how = channel_end::exhausted;
+    OrvaDemuxStatus status = {};
+
+    // Whether nothing that the input holds is missing.
+    bool complete() const
+    {
+        return how == channel_end::exhausted && session::times_full() == 0 &&
+               status.error == ORVA_DEMUX_OK;
+    }
+};
+
+struct channel_hooks {
+    bool awaits_programs = false;                                 // as event_channel
+    std::function<std::string(const OrvaDemuxStatus &)> progress; // its text for a terminal
+    std::function<void()> each_step = [] {};                      // every few milliseconds
+};
+
+// Runs a channel with all events until the input holds nothing new, the time given is over or a
+// signal comes. The library's stores are left as they are then.
+channel_run run_channel(const session &input, const options &chosen, const channel_hooks &hooks);
+
+// How far the input was read, for the beginning of a progress line.
+std::string reading_text(const OrvaDemuxStatus &status);
+
+} // namespace tool
+
+#endif

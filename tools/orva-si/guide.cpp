@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "guide.h"
+
+#include <algorithm>
+#include <limits>
+#include <optional>
+
+#include "channel_run.h"
+#include "event_channel.h"
+#include "event_outline.h"
+#include "guide_events.h"
+#include "guide_report.h"
+#include "language.h"
+#include "session.h"
+#include "terminal.h"
+#include "time_words.h"
+
+namespace tool {
+namespace {
+
+// The window that --from and --to leave; none when it is empty.
+std::optional<window> chosen_window(const options &chosen)
+{
+    constexpr std::uint32_t last = std::numeric_limits<std::uint32_t>::max();
+    if (chosen.from.empty() && chosen.to.empty())
+        return window{};
+    const window within{parse_time(chosen.from).value_or(0), parse_time(chosen.to).value_or(last)};
+    return within.start < within.end ? std::optional{within} : std::nullopt;
+}
+
+std::string progress_text(const OrvaDemuxStatus &status)
+{
+    return reading_text(status) + "events of " + std::to_string(stored_services().size()) +
+           " services";
+}
+
+bool has_events(const std::vector<guide_service> &services)
+{
+    return std::ranges::any_of(services, [](const guide_service &one) {
+        return !one.present_following.empty() || !one.schedule.empty();
+    });
+}
+
+// Says on standard error what the results lack; the exit status.
+int judge(const channel_run &of, bool found, const options &chosen)
+{
+    const std::string name = input_name(chosen.input) + ": ";
+    if (of.status.error != ORVA_DEMUX_OK)
+        complain(input_error_text(chosen.input, of.status.error, 0));
+    if (of.how == channel_end::signal) {
+        complain(name + "interrupted: what came until now is printed");
+        return exit_by_signal + received_signal();
+    }
+    if (stored_services().empty()) {
+        complain(name + "no sections of events");
+        return exit_no_sections;
+    }
+    if (!found && !chosen.quiet)
+        complain(name + (chosen.service.empty() ? "no events" : "no events of such a service"));
+    if (of.how == channel_end::time_over)
+        complain(name + "the time given is over: what came until now is printed");
+    if (session::times_full() != 0)
+        complain(name + "the library's store is full: what came after that is missing");
+    return of.complete() ? exit_complete : exit_partial;
+}
+
+} // namespace
+
+int run_guide(const options &chosen)
+{
+    if (!chosen.time_zone.empty())
+        use_time_zone(chosen.time_zone);
+    const auto within = chosen_window(chosen);
+    if (!within) {
+        complain("--from is not before --to");
+        return exit_usage;
+    }
+    install_languages();
+    session input;
+    if (const auto refused = input.open(chosen, count_news))
+        return *refused;
+    channel_run result = run_channel(input, chosen, {.progress = progress_text});
+    if (result.how == channel_end::input_failed) {
+        complain(input_error_text(chosen.input, result.status.error, 0));
+        return input_error_status(result.status.error);
+    }
+    const std::vector<guide_service> services = collect_guide(chosen, *within);
+    if (received_signal() != 0)
+        result.how = channel_end::signal;
+    const int status = judge(result, has_events(services), chosen);
+    const bool printed = print(
+        chosen.json ? guide_json(services, chosen.input, result.complete())
+                    : guide_text(services, {output_columns(), chosen.languages, chosen.verbose}));
+    if (!printed)
+        return exit_failure;
+    return received_signal() != 0 ? exit_by_signal + received_signal() : status;
+}
+
+} // namespace tool
