@@ -1,4 +1,4 @@
-# Every recorded stream, scanned by the tool and compared with its golden answer fact by fact.
+# Every recorded stream, scanned by the tool and asked for its events, compared with its golden answer fact by fact.
 find_package(Python3 COMPONENTS Interpreter)
 set(compare ${ORVA_CAPTURES}/../check/compare_golden.py)
 if(NOT ORVA_CAPTURES OR NOT EXISTS ${compare} OR NOT Python3_FOUND)
@@ -10,9 +10,11 @@ endif()
 file(GLOB streams CONFIGURE_DEPENDS ${ORVA_CAPTURES}/*.ts)
 foreach(stream ${streams})
     cmake_path(GET stream STEM LAST_ONLY name)
-    add_test(NAME captures.scan.${name}
-        COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/captures.sh $<TARGET_FILE:orva-si> ${Python3_EXECUTABLE} ${compare}
-                scan ${ORVA_CAPTURES}/golden/${name}.json ${stream})
-    set_tests_properties(captures.scan.${name} PROPERTIES TIMEOUT 120 SKIP_RETURN_CODE 77
-        ENVIRONMENT "${orva_test_environment}")
+    foreach(command scan guide)
+        add_test(NAME captures.${command}.${name}
+            COMMAND bash ${CMAKE_CURRENT_SOURCE_DIR}/captures.sh $<TARGET_FILE:orva-si> ${Python3_EXECUTABLE} ${compare}
+                    ${command} ${ORVA_CAPTURES}/golden/${name}.json ${stream})
+        set_tests_properties(captures.${command}.${name} PROPERTIES TIMEOUT 120 SKIP_RETURN_CODE 77
+            ENVIRONMENT "${orva_test_environment}")
+    endforeach()
 endforeach()

@@ -10,6 +10,7 @@
 
 #include "collect.h"
 #include "event_outline.h"
+#include "store_walk.h"
 
 namespace tool {
 namespace {
@@ -83,6 +84,19 @@ std::vector<section_outline> schedule_of(std::uint16_t service_id)
                 sections.push_back(std::move(section));
     }
     return sections;
+}
+
+// In both stores.
+std::uint64_t count_stored_sections()
+{
+    std::uint64_t total = 0;
+    for (const SiEitRequest &service : stored_services())
+        total += outline_of(service).size();
+    const store_lock held;
+    each_element<SiTable>(Orva_Si_GetTableList(), [&](const SiTable &table) {
+        total += static_cast<std::uint64_t>(table.psect_list->nb_elt);
+    });
+    return total;
 }
 
 bool all_pmts_stored()
@@ -251,21 +265,24 @@ void event_channel::move_on()
     ++quiet_turns;
 }
 
-// The first sub-table of a schedule tells how many there are. Where it is missing all later ones
-// are looked at too. Whether that may bring anything.
+// The first sub-table of a schedule tells how many there are. Of services that are met without it
+// all later ones are looked for too, and nothing else any more. Whether there are such services.
 bool event_channel::look_for_later_tables()
 {
     if (asked_for_later_tables)
         return false;
     asked_for_later_tables = true;
     constexpr std::uint8_t last_schedule_table = 0x5F;
-    bool any = false;
-    for (const SiEitRequest &met : input.event_services()) {
-        if (awaited.contains(met.service_id) && schedule_of(met.service_id).empty())
-            any |= Si_SectFlt_UpdateEitLastTableId(first_schedule_table, met.service_id,
-                                                   last_schedule_table) == ORVA_SI_OK;
-    }
-    return any;
+    std::vector<std::uint16_t> headless;
+    for (const SiEitRequest &met : input.event_services())
+        if (awaited.erase(met.service_id) != 0 && schedule_of(met.service_id).empty())
+            headless.push_back(met.service_id);
+    Orva_Si_StopActualScheduleEIT();
+    awaited.clear();
+    request_schedules(headless);
+    for (const std::uint16_t service : headless)
+        Si_SectFlt_UpdateEitLastTableId(first_schedule_table, service, last_schedule_table);
+    return !headless.empty();
 }
 
 // Whether all turns since the last news brought nothing. Filters of a table that the library holds
@@ -277,9 +294,9 @@ bool event_channel::has_gone_round(const OrvaDemuxStatus &status) const
         return true;
     constexpr std::uint64_t segments = 32;          // of a sub-table
     constexpr std::uint64_t turns_in_a_second = 50; // at most
-    const std::uint64_t anew = status.sections / turns_in_a_second;
+    const std::uint64_t anew = sections_stored / turns_in_a_second;
     return status.delivered - delivered_at_news >=
-           turns_needed * segments * (schedule_filters + 1) + turns_needed * segments * anew;
+           turns_needed * segments * (schedule_filters + 1 + anew);
 }
 
 void event_channel::step(const OrvaDemuxStatus &status)
@@ -304,6 +321,7 @@ void event_channel::step(const OrvaDemuxStatus &status)
         news_seen = news;
         quiet_turns = 0;
         delivered_at_news = status.delivered;
+        sections_stored = count_stored_sections();
         turns_needed = turns_of_all();
     } else if (release_filters()) {
         turns_needed = 0;

@@ -68,6 +68,7 @@ private:
     bool asked_for_later_tables = false;
     std::uint64_t news_seen = 0;
     std::uint64_t delivered_at_news = 0;
+    std::uint64_t sections_stored = 0; // then
     unsigned quiet_turns = 0; // of all filters since the last news
     unsigned turns_needed = 0;
 };
