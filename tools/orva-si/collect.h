@@ -3,7 +3,6 @@
 #ifndef TOOLS_COLLECT_H
 #define TOOLS_COLLECT_H
 
-#include <algorithm>
 #include <cstdint>
 #include <iterator>
 #include <optional>

@@ -7,41 +7,23 @@
 #include <utility>
 
 #include "collect.h"
+#include "language.h"
 
 namespace tool {
 namespace {
 
 // ---- names in several languages
 
-// A language has its code for a number: so the library's numbers tell the codes again.
-std::uint32_t number_of_language(const char *code, std::uint32_t *number)
-{
-    *number = 0;
-    for (std::size_t i = 0; i < 3 && code[i] != '\0'; ++i)
-        *number = *number << 8 | static_cast<unsigned char>(code[i]);
-    return ORVA_SI_OK;
-}
-
-std::string code_of_language(std::uint32_t number)
-{
-    const char code[4] = {static_cast<char>(number >> 16), static_cast<char>(number >> 8),
-                          static_cast<char>(number), '\0'};
-    return code_of(code);
-}
-
 std::vector<language_name> names_of(const collecting &run, std::uint16_t network_id)
 {
-    static const std::uint32_t installed = Orva_Si_InstallISO639toIDFunc(number_of_language);
     std::vector<language_name> names;
-    if (installed != ORVA_SI_OK)
-        return names;
     for (const std::uint32_t language : list_of<std::uint32_t>([=](auto *list, auto *count) {
              return Orva_Si_GetMultiNetworkNameLangList(network_id, list, count);
          }))
         if (const auto name = name_of(run, [=](SiDvbString *text) {
                 return Orva_Si_GetMultiNetworkNameByLangId(network_id, language, text);
             }))
-            names.push_back({code_of_language(language), *name});
+            names.push_back({language_code(language), *name});
     return names;
 }
 
@@ -368,6 +350,7 @@ network one_network(const collecting &run, std::uint16_t id, std::vector<network
 std::vector<network> collect_networks(const collecting &run, std::optional<std::uint16_t> current)
 {
     constexpr table_id nits[] = {nit_actual_table, nit_other_table};
+    install_languages();
     const std::vector<section> sections = stored_sections(nits);
     std::vector<network> found;
     for (const std::uint16_t id :

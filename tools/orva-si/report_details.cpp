@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // The long part of a report for people: one line for each fact that the tables have no room for.
-#include <array>
 #include <span>
 
 #include "report_words.h"

@@ -27,7 +27,7 @@ enum table_id : std::uint8_t {
     sdt_other_table = 0x46
 };
 
-// Descriptors of EN 300 468 and of this tool's private_data_specifiers.
+// Descriptors (EN 300 468 table 12), and two private ones of broadcasters' bodies.
 enum descriptor_tag : std::uint8_t {
     satellite_delivery_tag = 0x43,
     cable_delivery_tag = 0x44,
@@ -51,7 +51,7 @@ enum descriptor_tag : std::uint8_t {
 };
 
 // descriptor_tag_extension of extension descriptors.
-enum extension_tag_value : std::uint8_t {
+enum tag_extension : std::uint8_t {
     t2_delivery_extension = 0x04,
     target_region_extension = 0x09,
     target_region_name_extension = 0x0A,
@@ -78,7 +78,7 @@ struct carried {
     std::bitset<256> extensions;
 
     bool has(descriptor_tag tag) const { return tags[tag]; }
-    bool has(extension_tag_value tag) const { return extensions[tag]; }
+    bool has(tag_extension tag) const { return extensions[tag]; }
 };
 
 // Where a linkage_descriptor leads (EN 300 468, 6.2.19).

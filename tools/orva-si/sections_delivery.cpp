@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "sections_delivery.h"
 
-#include <algorithm>
 #include <array>
 
 #include "orva_si_bytes.h"

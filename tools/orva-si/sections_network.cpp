@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // Entries of the NIT (EN 300 468, 5.2.1).
-#include <algorithm>
-
 #include "sections_reader.h"
 
 namespace tool {
