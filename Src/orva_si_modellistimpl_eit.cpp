@@ -65,18 +65,6 @@ std::uint32_t crc_of(bytes section)
 // What the client is told once the lock is given up.
 enum class news { none, first, changed };
 
-SiEitService *find_service(const eit_arrival &in) SI_NEEDS(eit)
-{
-    si_list *services = Orva_Si_GetDvbEitList();
-    const std::uint64_t key = key_of(in.original_network_id, in.transport_stream_id, in.service_id);
-    if (service_index.ready(services, [](const SiEitService *) {}))
-        return service_index.find(key);
-    for (SiEitService &service : elements<SiEitService>(services))
-        if (key_of_service(service) == key)
-            return &service;
-    return nullptr;
-}
-
 bool within_services(bytes section)
 {
     const auto held = static_cast<std::size_t>(Orva_Si_GetDvbEitList()->nb_elt);
@@ -293,7 +281,8 @@ news take(site here, const eit_arrival &in) SI_LEAVES(eit)
     const scope_lock lock{eit, here, "~~~Mutex UnLock~~~\n"};
     if (Orva_Si_GetDvbEitList() == nullptr)
         return news::none;
-    SiEitService *service = find_service(in);
+    SiEitService *service =
+        find_eit_service(in.original_network_id, in.transport_stream_id, in.service_id);
     if (service == nullptr)
         service = create_service(here, in);
     if (service == nullptr)
@@ -323,6 +312,19 @@ void free_service(site here, SiEitService *service) SI_NEEDS(eit)
 }
 
 } // namespace
+
+SiEitService *find_eit_service(std::uint16_t original_network_id, std::uint16_t transport_stream_id,
+                               std::uint16_t service_id)
+{
+    si_list *services = Orva_Si_GetDvbEitList();
+    const std::uint64_t key = key_of(original_network_id, transport_stream_id, service_id);
+    if (service_index.ready(services, [](const SiEitService *) {}))
+        return service_index.find(key);
+    for (SiEitService &service : elements<SiEitService>(services))
+        if (key_of_service(service) == key)
+            return &service;
+    return nullptr;
+}
 
 } // namespace si
 

@@ -2,6 +2,7 @@
 #include "orva_si_query.h"
 
 #include "orva_si_loops.h"
+#include "orva_si_modellistimpl.h"
 
 namespace si {
 
@@ -34,6 +35,20 @@ bool is_service(const SiEitService &service, const service_key &key)
     return service.original_network_id == key.original_network_id &&
            service.transport_stream_id == key.transport_stream_id &&
            service.service_id == key.service_id;
+}
+
+// The trace tells of each entry that is passed over, and how many were walked.
+const SiEitService *find_service(site here, const service_key &key, int &walked) SI_NEEDS(eit)
+{
+    if (!log_enabled(level::trace))
+        return find_eit_service(key.original_network_id, key.transport_stream_id, key.service_id);
+    for (const SiEitService &service : elements<SiEitService>(Orva_Si_GetDvbEitList())) {
+        ++walked;
+        if (is_service(service, key))
+            return &service;
+        SI_LOG_AT(here, level::trace, "mismatch service 3 param value\n");
+    }
+    return nullptr;
 }
 
 // Holds as many bytes as its section_length says, neither fewer nor more.
@@ -85,21 +100,15 @@ step walk_tables(site here, const SiTableKey &key, section_visitor visit)
 step walk_events(site here, const service_key &key, event_visitor visit)
 {
     int walked = 0;
-    for (const SiEitService &service : elements<SiEitService>(Orva_Si_GetDvbEitList())) {
-        ++walked;
-        if (!is_service(service, key)) {
-            SI_LOG_AT(here, level::trace, "mismatch service 3 param value\n");
-            continue;
-        }
+    if (const SiEitService *service = find_service(here, key, walked)) {
         SI_LOG_AT(here, level::trace, "found the service entry and the secion counts = %d\n",
-                  service.sections != nullptr ? service.sections->nb_elt : 0);
+                  service->sections != nullptr ? service->sections->nb_elt : 0);
         const step answer =
-            walk_records<SiEitSection>(here, service.sections, [&](const SiEitSection &stored) {
+            walk_records<SiEitSection>(here, service->sections, [&](const SiEitSection &stored) {
                 return is_whole(stored) ? visit(stored) : step::next;
             });
         if (answer != step::next)
             return answer;
-        break;
     }
     SI_LOG_AT(here, level::trace, "all are looped of count=%d\n", walked);
     return step::next;
