@@ -85,7 +85,7 @@ inline section make_section(const table_head &head, const octets &payload)
     put(bytes, head.table_id, 1);
     put(bytes, 0xB000 | (behind_length + payload.size() + crc_bytes), 2);
     put(bytes, head.ext, 2);
-    put(bytes, 0xC1u | head.version << 1, 1);
+    put(bytes, 0xC1u | unsigned{head.version} << 1, 1);
     put(bytes, head.number, 1);
     put(bytes, head.last_number, 1);
     put(bytes, payload);
