@@ -52,20 +52,23 @@ channel_run run_channel(const session &input, const options &chosen, const chann
     constexpr std::uint32_t talkative = 3;
     const clock::time_point end = end_of_time(chosen);
     event_channel channel{input, chosen, hooks.awaits_programs};
-    progress_line progress{!chosen.quiet && chosen.log_level < talkative};
+    progress_line progress{hooks.progress && !chosen.quiet && chosen.log_level < talkative};
+    std::optional<channel_end> how;
     while (true) {
         const OrvaDemuxStatus status = input.status();
         channel.step(status);
-        hooks.each_step();
+        how = judge(channel, status, end);
+        if (!hooks.each_step() && !how)
+            how = channel_end::unwanted;
+        if (how)
+            break;
         if (progress.active())
             progress.show(hooks.progress(status));
-        if (const auto how = judge(channel, status, end)) {
-            channel.stop();
-            hooks.each_step();
-            return {*how, input.status()};
-        }
         std::this_thread::sleep_for(step_interval);
     }
+    channel.stop();
+    hooks.each_step(); // for what came meanwhile
+    return {*how, input.status()};
 }
 
 } // namespace tool

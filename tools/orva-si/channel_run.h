@@ -11,7 +11,7 @@
 
 namespace tool {
 
-enum class channel_end { exhausted, signal, time_over, input_failed };
+enum class channel_end { exhausted, signal, time_over, input_failed, unwanted };
 
 struct channel_run {
     channel_end how = channel_end::exhausted;
@@ -26,9 +26,11 @@ struct channel_run {
 };
 
 struct channel_hooks {
-    bool awaits_programs = false;                                 // as event_channel
-    std::function<std::string(const OrvaDemuxStatus &)> progress; // its text for a terminal
-    std::function<void()> each_step = [] {};                      // every few milliseconds
+    bool awaits_programs = false; // as event_channel
+    // The text of its progress for a terminal; none to show nothing.
+    std::function<std::string(const OrvaDemuxStatus &)> progress = nullptr;
+    // What is done every few milliseconds; answers whether to go on.
+    std::function<bool()> each_step = [] { return true; };
 };
 
 // Runs a channel with all events until the input holds nothing new, the time given is over or a

@@ -22,8 +22,7 @@ struct guide_style {
 
 std::string guide_text(const std::vector<guide_service> &services, const guide_style &style);
 
-// "101 Orva One HD"; numbers of all three kinds when that multiplex is not the tuned one is the
-// caller's choice.
+// "Orva One HD  (65281.1001.101)"
 std::string service_title(const guide_service &of);
 
 } // namespace tool

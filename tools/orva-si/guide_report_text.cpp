@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include <algorithm>
+#include <string_view>
 
 #include "dvb_text.h"
 #include "event_words.h"
 #include "guide_report.h"
 #include "language.h"
-#include "layout.h"
 #include "report_words.h"
 #include "time_words.h"
 
@@ -14,6 +14,22 @@ namespace {
 
 constexpr std::size_t narrowest_text = 24;
 
+// Lines of running text, broken at blanks where there are any.
+std::vector<std::string> lines_of(std::string_view text, std::size_t width)
+{
+    std::vector<std::string> lines;
+    while (display_width(text) > width) {
+        const std::size_t fit = fitting(text, width).size();
+        const std::size_t blank = text.rfind(' ', fit);
+        const std::size_t end = blank != std::string_view::npos && blank != 0 ? blank : fit;
+        lines.emplace_back(text.substr(0, end));
+        text.remove_prefix(end);
+        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    }
+    lines.emplace_back(text);
+    return lines;
+}
+
 // Lines of a text behind a heading of their first; the others are indented as deep.
 void append_hanging(std::string &out, const std::string &heading, const std::string &text,
                     std::size_t width)
@@ -21,7 +37,7 @@ void append_hanging(std::string &out, const std::string &heading, const std::str
     const std::size_t indent = display_width(heading);
     const std::size_t room = std::max(width - std::min(width, indent), narrowest_text);
     std::string before = heading;
-    for (const std::string &line : wrapped(text, room)) {
+    for (const std::string &line : lines_of(text, room)) {
         std::string whole = before + line;
         whole.erase(whole.find_last_not_of(' ') + 1);
         out += whole + '\n';

@@ -8,6 +8,7 @@
 #include "options.h"
 #include "scan.h"
 #include "terminal.h"
+#include "watch.h"
 
 namespace {
 
@@ -17,6 +18,8 @@ constexpr tool::command commands[] = {
     {"guide", "List the events of every service: now, next and by day", tool::run_guide,
      tool::tunes | tool::takes_service | tool::takes_window | tool::takes_language |
          tool::takes_time_zone},
+    {"watch", "Tell of every new or changed table, line by line", tool::run_watch,
+     tool::tunes | tool::takes_language | tool::takes_time_zone},
 };
 
 int run(int argc, char **argv)

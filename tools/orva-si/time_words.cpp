@@ -3,7 +3,6 @@
 
 #include <array>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -215,11 +214,12 @@ std::string clock_text(std::uint32_t time)
     return {text.data(), length};
 }
 
-std::string duration_text(std::uint32_t seconds)
+std::string second_text(std::uint32_t time)
 {
-    std::array<char, 24> text{};
-    std::snprintf(text.data(), text.size(), "%u:%02u", seconds / hour, seconds / minute % minute);
-    return text.data();
+    const std::tm parts = local(time);
+    std::array<char, longest_text> text{};
+    const std::size_t length = std::strftime(text.data(), text.size(), "%H:%M:%S", &parts);
+    return {text.data(), length};
 }
 
 } // namespace tool

@@ -24,12 +24,10 @@ std::optional<std::uint32_t> parse_time(const std::string &text);
 // "2026-01-01T12:00:00Z"
 std::string utc_text(std::uint32_t time);
 
-// In local time: "Thu 2026-01-01" and "12:00".
+// In local time: "Thu 2026-01-01", "12:00" and "12:00:00".
 std::string day_text(std::uint32_t time);
 std::string clock_text(std::uint32_t time);
-
-// "1:30", hours and minutes; a last part of a minute counts as none.
-std::string duration_text(std::uint32_t seconds);
+std::string second_text(std::uint32_t time);
 
 } // namespace tool
 

@@ -14,11 +14,13 @@
 #include <vector>
 
 #include "orva_si_bytes.h"
+#include "sample_bytes.h"
+#include "sample_events.h"
 
 namespace {
 
 using namespace std::string_view_literals;
-using octets = std::vector<std::uint8_t>;
+using namespace sample;
 
 constexpr unsigned packets_per_second = 1000;
 constexpr unsigned seconds = 10;
@@ -29,74 +31,6 @@ constexpr std::uint16_t other_stream = 1002;
 constexpr std::uint16_t network = 0xFF01; // for private use, as is the original network
 constexpr std::uint16_t neighbour_network = 0xFF02;
 constexpr std::uint16_t bouquet = 0xFF10;
-
-// ---- bytes
-
-// Appends fields; a length is written when what it counts is complete.
-class writer {
-public:
-    writer &u8(unsigned value)
-    {
-        data.push_back(static_cast<std::uint8_t>(value));
-        return *this;
-    }
-    writer &u16(unsigned value) { return u8(value >> 8).u8(value & 0xFF); }
-    writer &u24(unsigned value) { return u8(value >> 16).u16(value & 0xFFFF); }
-    writer &u32(std::uint32_t value) { return u16(value >> 16).u16(value & 0xFFFF); }
-    writer &text(std::string_view bytes)
-    {
-        for (const char c : bytes)
-            u8(static_cast<unsigned char>(c));
-        return *this;
-    }
-    writer &append(const octets &bytes)
-    {
-        for (const std::uint8_t byte : bytes)
-            u8(byte);
-        return *this;
-    }
-    writer &text8(std::string_view bytes)
-    {
-        return u8(static_cast<unsigned>(bytes.size())).text(bytes);
-    }
-    // Twelve bits of length behind four reserved ones.
-    writer &counted12(const octets &bytes)
-    {
-        return u16(0xF000 | static_cast<unsigned>(bytes.size())).append(bytes);
-    }
-
-    octets data;
-};
-
-octets descriptor(std::uint8_t tag, const writer &payload)
-{
-    return writer{}
-        .u8(tag)
-        .u8(static_cast<unsigned>(payload.data.size()))
-        .append(payload.data)
-        .data;
-}
-
-octets joined(std::initializer_list<octets> parts)
-{
-    writer all;
-    for (const octets &part : parts)
-        all.append(part);
-    return all.data;
-}
-
-// A section with the long header and its CRC_32.
-octets section(std::uint8_t table_id, std::uint16_t extension, const octets &body,
-               unsigned number = 0, unsigned last = 0)
-{
-    constexpr unsigned version_1_current = 0xC0 | 1 << 1 | 1;
-    const bool psi = table_id < 0x40; // whose header has a 0 where SI has a reserved 1
-    writer out;
-    out.u8(table_id).u16((psi ? 0xB000u : 0xF000u) | static_cast<unsigned>(body.size() + 9));
-    out.u16(extension).u8(version_1_current).u8(number).u8(last).append(body);
-    out.u32(si::crc32_mpeg(out.data));
-    return out.data;
-}
 
 // ---- contents
 
@@ -279,13 +213,15 @@ octets service_entry(unsigned id, unsigned type, std::string_view name, bool scr
 // The SDT of this stream, in two sections.
 std::vector<octets> sdt_actual()
 {
+    constexpr unsigned eit_flags = 0b11; // schedule and present/following
     const std::size_t half = channels.size() / 2;
     std::array<writer, 2> bodies;
     for (writer &body : bodies)
         body.u16(network).u8(0xFF);
     for (std::size_t i = 0; i < channels.size(); ++i) {
         const channel &c = channels[i];
-        bodies[i < half ? 0 : 1].append(service_entry(c.id, c.type, c.name, c.scrambled, 0));
+        bodies[i < half ? 0 : 1].append(
+            service_entry(c.id, c.type, c.name, c.scrambled, has_events(c.id) ? eit_flags : 0));
     }
     return {section(0x42, this_stream, bodies[0].data, 0, 1),
             section(0x42, this_stream, bodies[1].data, 1, 1)};
@@ -547,6 +483,8 @@ std::vector<repeated> schedule()
         tables(1000, 140, 0x11, sdt_actual()),
         tables(2000, 340, 0x11, {sdt_other()}),
         tables(2000, 440, 0x11, {bat()}),
+        tables(2000, 640, 0x12, present_following(this_stream, other_stream, network)),
+        tables(4000, 940, 0x12, event_schedule(this_stream, network)),
         {1000, 740,
          [](multiplexer &mux, unsigned slot) {
              mux.send(time_pid, {tdt(slot / packets_per_second)});
