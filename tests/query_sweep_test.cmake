@@ -1,2 +1,3 @@
 # The names that the table of getters has to know.
-target_compile_definitions(query_sweep_test PRIVATE ORVA_EXPORTS="${CMAKE_CURRENT_SOURCE_DIR}/exports.txt")
+set_property(SOURCE query_sweep_test.cpp PROPERTY COMPILE_DEFINITIONS
+             ORVA_EXPORTS="${CMAKE_CURRENT_SOURCE_DIR}/exports.txt")
