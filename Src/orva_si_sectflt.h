@@ -138,6 +138,8 @@ std::uint32_t task_of(std::uint32_t table_id);                // a task_row, or 
 filter_task *find_task(std::uint32_t task_id) SI_NEEDS(pool); // null when there is no such row
 filter_task &task_at(task_row row) SI_NEEDS(pool);
 std::uint32_t stop_task(site here, task_row row) SI_LEAVES(pool);
+// Stops the rows from the first to the last; the first failure, if any.
+std::uint32_t stop_tasks(task_row first, task_row last) SI_NEEDS(pool);
 
 // A new item, wanted and not served; null when memory is exhausted.
 template <class Item>

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // EIT filters: one request for every service and kind of event table, a few filters for each kind
 // that go round them. The tuned service's present/following events keep a filter.
+#include "orva_si_sectflt_eit.h"
+
 #include <algorithm>
-#include <iterator>
 #include <span>
 
 #include "orva_si/channel.h"
-#include "orva_si/readiness.h"
-#include "orva_si_sectflt.h"
-#include "orva_si_siids.h"
 
 namespace si {
 
@@ -20,76 +18,6 @@ constexpr std::uint32_t most_act_sch_filters = 5;
 
 std::uint8_t act_pf_started;
 std::uint8_t act_sch_started;
-
-// What the requests of a row have in common.
-struct eit_kind {
-    task_row task;
-    std::uint32_t (*enabled)();
-    std::uint8_t table_id;
-    std::uint8_t mask;
-    std::uint8_t last_table_id;
-    std::uint16_t any_list;      // sections of a batch when a request is for any service, else 1
-    std::uint16_t limit;         // background runs that a request keeps its filter, less one
-    std::uint16_t longest_limit; // up to which that is doubled with each time-out
-    std::uint32_t bg_service;    // what ages the row
-};
-constexpr eit_kind act_pf{.task = act_pf_eit_task,
-                          .enabled = Si_CtlHelper_IsActPfEitEnabled,
-                          .table_id = tid_eit_pf_actual,
-                          .mask = 0xFF,
-                          .last_table_id = tid_eit_pf_actual,
-                          .any_list = 1,
-                          .limit = 10,
-                          .longest_limit = 10,
-                          .bg_service = bg_service::act_pf_eit};
-// Of other multiplexes nothing tells that a table is complete, so that every request times out. The
-// first round is quick. Were all of them shorter than the time after which sections come again,
-// those that come between two turns might do so for ever: 10 seconds, terrestrial 20 (ETSI TS 101
-// 211, 4.4).
-constexpr eit_kind other_pf{.task = other_pf_eit_task,
-                            .enabled = Si_CtlHelper_IsOtherPfEitEnabled,
-                            .table_id = tid_eit_pf_other,
-                            .mask = 0xFF,
-                            .last_table_id = tid_eit_pf_other,
-                            .any_list = 5,
-                            .limit = 5,
-                            .longest_limit = 20,
-                            .bg_service = bg_service::act_pf_eit};
-// Filters walk a service's sub-tables, as far as its sections say there are any.
-constexpr eit_kind act_sch{.task = act_sch_eit_task,
-                           .enabled = Si_CtlHelper_IsActSchEitEnabled,
-                           .table_id = tid_eit_schedule_actual,
-                           .mask = 0xFF,
-                           .last_table_id = tid_eit_schedule_actual,
-                           .any_list = 1,
-                           .limit = 50,
-                           .longest_limit = 50,
-                           .bg_service = bg_service::act_sch_eit};
-// Nothing tells how many sub-tables there are: all of them at once. Those of the first day come
-// again after 60 seconds.
-constexpr eit_kind other_sch{.task = other_sch_eit_task,
-                             .enabled = Si_CtlHelper_IsOtherSchEitEnabled,
-                             .table_id = tid_eit_schedule_other,
-                             .mask = 0xF0,
-                             .last_table_id = tid_eit_last,
-                             .any_list = 5,
-                             .limit = 50,
-                             .longest_limit = 60,
-                             .bg_service = bg_service::act_sch_eit};
-constexpr const eit_kind *kinds[] = {&act_pf, &other_pf, &act_sch, &other_sch};
-
-const eit_kind *kind_of(std::uint32_t table_id)
-{
-    const std::uint32_t task = task_of(table_id);
-    const auto *found =
-        std::ranges::find_if(kinds, [&](const eit_kind *kind) { return kind->task == task; });
-    return found == std::end(kinds) ? nullptr : *found;
-}
-
-constexpr bool is_schedule(std::uint8_t table_id)
-{
-    return table_id >= tid_eit_schedule_actual;
-}
 
 bool is_rotating(task_row row) SI_NEEDS(pool)
 {
@@ -160,11 +88,6 @@ constexpr const char *service_count_text = "(array_count>0) && (array_count<=0xF
 constexpr bool is_service_count(std::uint32_t array_count)
 {
     return array_count > 0 && array_count <= most_services;
-}
-
-constexpr std::uint16_t low16(std::uint32_t id)
-{
-    return static_cast<std::uint16_t>(id & 0xFFFF);
 }
 
 struct service_list {
@@ -297,45 +220,6 @@ std::uint32_t stop_actual(site here, const eit_kind &kind, const eit_kind &other
     return result;
 }
 
-// ---- Updates
-
-// Whether a filter for any service lets this table through: one service's version must not be set
-// for all of them.
-bool is_under_wildcard(const filter_task &task, std::uint8_t table_id) SI_NEEDS(pool)
-{
-    for (const pid_filter &record : filters(task))
-        if (record.item != nullptr && record.service_id == SI_ANY_EXT &&
-            record.table_id == table_id)
-            return true;
-    return false;
-}
-
-// The sub-table is complete and the filter goes on to the next one of the same service.
-std::uint32_t next_sub_table(filter_task &task, pid_filter &record, task_item_eit &item)
-    SI_NEEDS(pool)
-{
-    ++item.table_id;
-    item.version = any_version;
-    return serve(task, record, head_of(item));
-}
-
-std::uint32_t update_record(site here, const eit_kind &kind, filter_task &task, pid_filter &record,
-                            std::uint8_t version, std::uint32_t finished) SI_NEEDS(pool)
-{
-    task_item *head = finish_item(here, &record, record.table_id, finished);
-    if (head == nullptr)
-        return ORVA_SI_FAILURE;
-    auto &item = *item_as<task_item_eit>(head);
-    if (is_schedule(item.table_id) && item.table_id < item.last_table_id)
-        return next_sub_table(task, record, item);
-    item.flag = 1;
-    item.table_id = kind.table_id;
-    // Of several sub-tables each has a version of its own: none can be passed over.
-    if (keeps_filter(task, *head))
-        item.version = item.last_table_id == kind.table_id ? version : any_version;
-    return go_on(here, task, record, item.table_id);
-}
-
 // ---- Duplicates
 
 void drop_null_items(site here, filter_task &task) SI_NEEDS(pool)
@@ -361,49 +245,6 @@ task_item_eit *find_duplicate(GSList *later, const task_item_eit &of)
         if (same_request(item, of))
             return &item;
     return nullptr;
-}
-
-// ---- Ageing
-
-bool has_sub_tables(const task_item_eit &item)
-{
-    return item.last_table_id > tid_eit_schedule_actual &&
-           item.last_table_id < tid_eit_schedule_other;
-}
-
-// A sub-table that never completes, or is not sent, must not hide the later ones for ever.
-void pass_over_sub_table(task_item_eit &item)
-{
-    item.table_id = item.table_id < item.last_table_id
-                        ? static_cast<std::uint8_t>(item.table_id + 1)
-                        : tid_eit_schedule_actual;
-    item.version = any_version;
-}
-
-// Whether a filter must not wait for ever. In rotation none must; with a filter for every service
-// only one that has sub-tables to walk can be stuck.
-bool ages(const filter_task &task, const pid_filter &record)
-{
-    if (task.mode != mode::one_each)
-        return task.mode == mode::rotating;
-    return record.item != nullptr && has_sub_tables(*item_as<task_item_eit>(record.item));
-}
-
-// One run. The poll serves what is pending, also after the driver refused a filter.
-void age(const eit_kind &kind) SI_NEEDS(pool)
-{
-    if (kind.enabled() == 0)
-        return;
-    filter_task &task = task_at(kind.task);
-    for (pid_filter &record : filters(task))
-        if (ages(task, record))
-            Si_SectFlt_DisableTimeOutEitFilterFunc(&record, &task);
-    poll_filters(task);
-}
-
-std::uint32_t enabled_or_not(const eit_kind &kind)
-{
-    return kind.enabled() != 0 ? ORVA_SI_OK : ORVA_SI_TABLE_DISABLED;
 }
 
 } // namespace
@@ -529,75 +370,11 @@ std::uint32_t Si_SectFlt_StopAllEIT(void)
     std::uint32_t result = ORVA_SI_OK;
     {
         const scope_lock lock{pool, SI_HERE};
-        for (const eit_kind *kind : kinds) {
-            const std::uint32_t stopped = Si_SectFlt_StopFilterTask(&task_at(kind->task));
-            if (result == ORVA_SI_OK)
-                result = stopped;
-        }
+        result = stop_tasks(act_pf.task, other_sch.task);
     }
     clear_eit_started();
     Si_BG_PauseService(bg_service::act_pf_eit);
     Si_BG_PauseService(bg_service::act_sch_eit);
-    return result;
-}
-
-std::uint32_t Si_SectFlt_UpdateEit(std::uint32_t table_id, std::uint32_t service_id,
-                                   std::uint32_t version, std::uint32_t finished)
-{
-    const auto id = static_cast<std::uint8_t>(table_id);
-    const eit_kind *kind = kind_of(id);
-    if (kind == nullptr)
-        return ORVA_SI_FAILURE;
-    if (kind->enabled() == 0)
-        return ORVA_SI_TABLE_DISABLED;
-    const scope_lock lock{pool, SI_HERE};
-    if (kind->enabled() == 0)
-        return ORVA_SI_TABLE_DISABLED;
-    filter_task &task = task_at(kind->task);
-    pid_filter *record = nullptr;
-    if (low16(service_id) != SI_ANY_EXT) // as broadcast it is no wildcard
-        record =
-            Si_SectFlt_GetFilterFromFilterList(task.filter_list, pid_eit, id, low16(service_id));
-    if (record != nullptr)
-        return update_record(SI_HERE, *kind, task, *record, static_cast<std::uint8_t>(version),
-                             finished);
-    if (is_under_wildcard(task, id))
-        return ORVA_SI_OK;
-    // Usual: late sections of a sub-table that the filter has left.
-    SI_LOG(level::trace, "No filter for the sub-table, table_id: %#x, service_id: %#x\n", id,
-           low16(service_id));
-    return ORVA_SI_FAILURE;
-}
-
-std::uint32_t Si_SectFlt_UpdateEitLastTableId(std::uint32_t table_id, std::uint32_t service_id,
-                                              std::uint32_t last_table_id)
-{
-    const auto id = static_cast<std::uint8_t>(table_id);
-    const auto last = static_cast<std::uint8_t>(last_table_id);
-    const eit_kind *kind = kind_of(id);
-    if (kind == nullptr || !is_schedule(id))
-        return ORVA_SI_FAILURE;
-    if (kind->enabled() == 0)
-        return ORVA_SI_TABLE_DISABLED;
-    const scope_lock lock{pool, SI_HERE};
-    filter_task &task = task_at(kind->task);
-    std::uint32_t result = ORVA_SI_FAILURE;
-    for (task_item_eit &item : items<task_item_eit>(task)) {
-        if (item.service_id != low16(service_id))
-            continue;
-        result = ORVA_SI_OK;
-        if ((last & 0xF0) != (id & 0xF0) || last <= item.last_table_id) {
-            SI_LOG(level::verbose,
-                   "We do not need to update the last table id: table_id: %d, last_table_id: %d!\n",
-                   id, last);
-            continue;
-        }
-        SI_LOG(level::notice,
-               "Update last_table_id: %#x: %#x, service_id: %#x, filter_count: %d, "
-               "task_count: %d!\n",
-               item.last_table_id, last, item.service_id, task.filter_count, task.task_count);
-        item.last_table_id = last;
-    }
     return result;
 }
 
@@ -632,40 +409,4 @@ std::uint32_t Si_SectFlt_PrintEitFilterTask(void)
                    static_cast<int>(item.finished));
     }
     return ORVA_SI_OK;
-}
-
-void Si_SectFlt_DisableTimeOutEitFilterFunc(void *record, void *)
-{
-    if (record == nullptr) {
-        SI_LOG_MISSING("record");
-        return;
-    }
-    auto &filter = *static_cast<pid_filter *>(record);
-    if (filter.item == nullptr)
-        return;
-    auto &item = *item_as<task_item_eit>(filter.item);
-    if (!time_out(SI_HERE, filter, item.limit))
-        return;
-    if (has_sub_tables(item))
-        pass_over_sub_table(item);
-    if (const eit_kind *kind = kind_of(item.table_id))
-        item.limit = static_cast<std::uint16_t>(std::min<int>(item.limit * 2, kind->longest_limit));
-}
-
-// Each service ages two rows: the events of this multiplex, and those of others, whose filter
-// nothing else moves on.
-std::uint32_t Si_SectFlt_ActPfEitBgService(void)
-{
-    const scope_lock lock{pool, SI_HERE};
-    age(act_pf);
-    age(other_pf);
-    return enabled_or_not(act_pf);
-}
-
-std::uint32_t Si_SectFlt_ActSchEitBgService(void)
-{
-    const scope_lock lock{pool, SI_HERE};
-    age(act_sch);
-    age(other_sch);
-    return enabled_or_not(act_sch);
 }

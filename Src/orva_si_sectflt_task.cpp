@@ -221,6 +221,17 @@ std::uint32_t stop_task(site here, task_row row)
     return Si_SectFlt_StopFilterTask(&task_at(row));
 }
 
+std::uint32_t stop_tasks(task_row first, task_row last)
+{
+    std::uint32_t result = ORVA_SI_OK;
+    for (std::uint32_t row = first; row <= last; ++row) {
+        const std::uint32_t stopped = Si_SectFlt_StopFilterTask(&filter_tasks[row]);
+        if (result == ORVA_SI_OK)
+            result = stopped;
+    }
+    return result;
+}
+
 std::uint32_t check_arming(site here, const pid_filter *record, const void *item,
                            std::uint32_t enabled)
 {
@@ -531,11 +542,7 @@ std::uint32_t Si_SectFlt_StopAllFilters(void)
     std::uint32_t result = ORVA_SI_OK;
     {
         const scope_lock lock{pool, SI_HERE};
-        for (std::uint32_t id = 0; id < task_total; ++id) {
-            const std::uint32_t stopped = Si_SectFlt_StopFilterTask(find_task(id));
-            if (result == ORVA_SI_OK)
-                result = stopped;
-        }
+        result = stop_tasks(pat_task, dsmcc_task);
         Si_SectFlt_FlushTmpList();
     }
     clear_eit_started();

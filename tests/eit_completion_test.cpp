@@ -121,8 +121,10 @@ TEST_F(EitCompletion, AScheduleOfThreeSegmentsIsCompleteWithASectionOfEach)
     deliver(section(0x50, 0x00, 0x17));
     deliver(section(0x50, 0x0F, 0x17));
     EXPECT_EQ(set_for(6), (setting{0x50, -1}));
+    EXPECT_EQ(loads(6), 1U);
     deliver(section(0x50, 0x12, 0x17));
-    EXPECT_EQ(set_for(6), (setting{0x50, 0}));
+    EXPECT_EQ(set_for(6), (setting{0x50, -1})); // other sections of the segments may come yet
+    EXPECT_EQ(loads(6), 2U);
 }
 
 TEST_F(EitCompletion, TheLastTableOfASectionSendsTheFilterFromTableToTable)

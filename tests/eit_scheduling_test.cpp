@@ -251,12 +251,30 @@ public:
             all = std::max(all, when);
         return all;
     }
-    // Of the last times that the client was told of each section, the first.
+    // Of the last times that the client was told of each section that is sent, the first.
     moment renewed(std::size_t table) const
     {
         moment all = never;
         for (std::size_t n = 0; n < air.section_count(table); ++n)
-            all = std::min(all, last[air.first_section(table) + n]);
+            if (const std::size_t section = air.first_section(table) + n;
+                !air.sections()[section].missing)
+                all = std::min(all, last[section]);
+        return all;
+    }
+    // When every section of a table had come; never while one is missing.
+    moment whole(std::size_t table) const
+    {
+        moment all{0};
+        for (std::size_t n = 0; n < air.section_count(table); ++n)
+            all = std::max(all, first[air.first_section(table) + n]);
+        return all;
+    }
+    // When the client was told of anything of a table for the last time.
+    moment settled(std::size_t table) const
+    {
+        moment all = not_yet;
+        for (std::size_t n = 0; n < air.section_count(table); ++n)
+            all = std::max(all, last[air.first_section(table) + n]);
         return all;
     }
     // Sections that were never there, in percent of all of these tables.
@@ -444,6 +462,23 @@ protected:
             before += schedule_time(own[i]);
         return before / schedule_filters + schedule_time(own[n]);
     }
+    // Later turns end with the run after the last section that was missing.
+    static moment later_schedule_time(const on_air &service)
+    {
+        return static_cast<int>(service.schedule.size()) * (far_period + run);
+    }
+    // Until every service had a turn after its first one: the last of them begins when the filters
+    // have done with all others.
+    moment later_round_bound() const
+    {
+        moment all{0};
+        moment longest{0};
+        for (const on_air &service : own) {
+            all += later_schedule_time(service);
+            longest = std::max(longest, later_schedule_time(service));
+        }
+        return own.size() <= schedule_filters ? longest : all / schedule_filters + longest;
+    }
     // Until every service had its turn.
     moment round_bound() const
     {
@@ -599,6 +634,80 @@ TEST_P(EitScheduling, ASilentServiceCostsItsTimeOutAndNoMore)
 }
 
 INSTANTIATE_TEST_SUITE_P(Services, EitScheduling, testing::Values(40U, 200U, 255U));
+
+// Few services have a filter each, with one table to watch or several; more share filters.
+class EitWholeness : public EitSimulation, public testing::WithParamInterface<unsigned> {
+protected:
+    EitWholeness() { put_services_on_air(GetParam()); }
+
+    void listen()
+    {
+        ASSERT_NO_FATAL_FAILURE(tune_to(0));
+        ASSERT_NO_FATAL_FAILURE(request_own());
+        tuner->run_until(round_bound() + later_round_bound());
+    }
+    // No longer than until then.
+    void run_until_renewed(std::size_t table, moment end)
+    {
+        for (const moment when = tuner->now(); tuner->now() < end && heard->renewed(table) <= when;)
+            tuner->run_until(tuner->now() + run);
+    }
+    std::vector<std::size_t> schedule_tables() const
+    {
+        std::vector<std::size_t> all;
+        for (const on_air &service : own)
+            all.insert(all.end(), service.schedule.begin(), service.schedule.end());
+        return all;
+    }
+};
+
+TEST_P(EitWholeness, EverySectionHasComeAfterTheSecondTurns)
+{
+    ASSERT_NO_FATAL_FAILURE(listen());
+    std::vector<moment> whole;
+    for (const std::size_t table : schedule_tables())
+        whole.push_back(heard->whole(table));
+    EXPECT_EQ(heard->missed(schedule_tables()), 0);
+    EXPECT_NE(std::ranges::max(whole), never);
+    std::cout << GetParam() << " services:\n";
+    report("whole", whole);
+}
+
+// Of tables with two sections in each segment, the first and the last one of a service.
+TEST_P(EitWholeness, EverySectionOfANewVersionComesInTheTurnAfterIt)
+{
+    ASSERT_NO_FATAL_FAILURE(listen());
+    std::cout << GetParam() << " services:\n";
+    std::uint8_t version = 0;
+    for (std::size_t n = 0; n < own.size(); n += 4 * std::max<std::size_t>(own.size() / 16, 1))
+        for (const std::size_t table : {own[n].schedule.front(), own[n].schedule.back()}) {
+            const moment when = tuner->now();
+            air.set_version(table, ++version % 32);
+            run_until_renewed(table, when + later_round_bound() + far_period + run);
+            EXPECT_GT(heard->renewed(table), when) << n;
+            report("renewed_after_ms", heard->settled(table) - when);
+        }
+}
+
+// Other services do not wait for it longer than its time-out.
+TEST_P(EitWholeness, ASectionThatIsAnnouncedAndNeverSentHoldsUpNoOther)
+{
+    const std::size_t lacking = own[0].schedule[0];
+    air.omit(lacking, 5 * 8 + 1); // its segment has another
+    ASSERT_NO_FATAL_FAILURE(listen());
+    tuner->run_until(tuner->now() + 51 * run);
+    EXPECT_EQ(heard->whole(lacking), never);
+    EXPECT_NE(heard->complete(lacking), never);
+    std::vector<std::size_t> all_sent = schedule_tables();
+    std::erase(all_sent, lacking);
+    EXPECT_TRUE(all_sent.empty() || heard->missed(all_sent) == 0);
+    const moment when = tuner->now();
+    air.set_version(lacking, 1);
+    run_until_renewed(lacking, when + later_round_bound() + 2 * 51 * run);
+    EXPECT_GT(heard->renewed(lacking), when);
+}
+
+INSTANTIATE_TEST_SUITE_P(Services, EitWholeness, testing::Values(1U, 2U, 5U, 6U, 12U, 40U, 255U));
 
 // The table whose segment never comes times out; the turn of the next one is a round later.
 TEST_F(EitSimulation, ATableThatLacksASegmentDoesNotHideTheLaterOnes)
