@@ -120,10 +120,11 @@ std::optional<std::string> time_zone_setting(const std::string &zone)
         return "UTC0";
     if (reader in{zone}; in.next() == '+' || in.next() == '-') {
         const auto offset = read_offset(in);
-        // POSIX counts to the west.
         if (!offset || !in.at_end())
             return std::nullopt;
-        return "<" + zone + ">" + (zone[0] == '-' ? "+" : "-") + zone.substr(1);
+        // POSIX counts to the west, and wants letters, digits and signs in the name.
+        return "<" + zone.substr(0, 3) + zone.substr(4) + ">" + (zone[0] == '-' ? "+" : "-") +
+               zone.substr(1);
     }
     constexpr std::string_view usual = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
                                        "0123456789/_-+";
