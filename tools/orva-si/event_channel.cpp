@@ -20,7 +20,7 @@ using namespace std::chrono_literals;
 constexpr std::uint32_t any_frequency = 1; // only 0 has a meaning
 constexpr std::uint16_t any_program = 1;   // where no PAT names one
 
-// How long events are not asked for while no PAT tells the program to be watched.
+// How long schedules are not asked for while no PAT tells the program to be watched.
 constexpr auto longest_wait_for_pat = 2s;
 
 // Background services, by their number in the library.
@@ -150,9 +150,11 @@ void event_channel::tune(std::uint16_t program)
         Orva_Si_StopChannel();
     const SiTuneParam how{any_frequency, 0, 0, program};
     is_tuned = Orva_Si_StartChannel(&how) == ORVA_SI_OK;
-    if (!is_tuned)
-        Orva_Si_StopChannel();
     tuned_program = program;
+    if (is_tuned)
+        start_events();
+    else
+        Orva_Si_StopChannel();
 }
 
 // settled: nothing more is to be waited for.
@@ -162,8 +164,7 @@ void event_channel::choose_program(bool settled)
     const auto first = std::ranges::find_if(programs, is_service);
     if (!chosen.program && first != programs.end() && *first != tuned_program)
         tune(*first);
-    if (is_tuned && (chosen.program || first != programs.end() || settled))
-        start_events();
+    program_chosen = is_tuned && (chosen.program || first != programs.end() || settled);
 }
 
 // All but the schedule of this multiplex can be asked for without naming services.
@@ -173,7 +174,6 @@ void event_channel::start_events()
     Orva_Si_StartActualPFEIT(SI_ANY_EXT, SI_ANY_EXT, tuned_program, &every_service, 1);
     Orva_Si_StartOtherPFEIT(nullptr, 0);
     Orva_Si_StartOtherSchedulEIT(nullptr, 0);
-    events_started = true;
 }
 
 // Asks for the schedules of services that were not known before; whether there were any.
@@ -306,7 +306,7 @@ void event_channel::step(const OrvaDemuxStatus &status)
     const bool idle = status.idle != 0 && Si_SectFlt_GetPendingCount() == 0;
     if (!is_tuned)
         tune(tuned_program);
-    if (!events_started) {
+    if (!program_chosen) {
         choose_program(idle || now - started > longest_wait_for_pat);
         return;
     }

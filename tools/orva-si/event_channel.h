@@ -56,7 +56,7 @@ private:
     const options &chosen;
     bool awaits_programs;
     bool is_tuned = false;
-    bool events_started = false;
+    bool program_chosen = false;
     bool is_exhausted = false;
     bool stopped = false;
     std::uint16_t tuned_program = 0;
