@@ -277,8 +277,7 @@ void put_in_order(std::vector<event> &events)
     std::ranges::stable_sort(events, {}, [](const event &one) {
         return std::tuple{!one.start.has_value(), one.start.value_or(0), one.event_id};
     });
-    const auto rest = std::ranges::unique(events, same_event);
-    events.erase(rest.begin(), rest.end());
+    events.erase(std::unique(events.begin(), events.end(), same_event), events.end());
 }
 
 std::vector<event> schedule_of(const collecting &run, const SiEitRequest &service,
