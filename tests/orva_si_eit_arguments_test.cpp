@@ -100,6 +100,14 @@ TEST_F(EventArguments, AMissingArgumentIsRefused)
     EXPECT_EQ(number, 1u); // a count beside a missing array is untouched
 }
 
+TEST_F(EventArguments, ARefusalNamesTheFunctionThatWasCalled)
+{
+    std::uint32_t number = 1;
+    Orva_Si_GetShortEvtDescLangList(network, stream, sid, wanted, nullptr, &number, 0);
+    ASSERT_EQ(fake::log_lines().size(), 1u) << fake::log_text();
+    EXPECT_EQ(fake::log_lines().front().function, "Orva_Si_GetShortEvtDescLangList");
+}
+
 TEST_F(EventArguments, AMissingFlagIsRefused)
 {
     EXPECT_EQ(Orva_Si_HaveEvtCAIdentifierDesc(network, stream, sid, wanted, nullptr, 0),

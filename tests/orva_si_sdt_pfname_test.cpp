@@ -190,6 +190,21 @@ TEST_F(PreferredNames, LanguagesAreWrittenOverWhatWasThere)
     EXPECT_EQ(language, 0u);
 }
 
+TEST(PreferredNameLanguages, AreAskedForOnlyWhereThereIsRoom)
+{
+    static u32 asked;
+    asked = 0;
+    Orva_Si_InstallISO639toIDFunc([](const char *, u32 *) {
+        ++asked;
+        return 0u;
+    });
+    serve_ours({preferred_name_list({{"eng", {}}, {"cym", {}}, {"gla", {}}})});
+    u32 list[2] = {};
+    u32 count = 2;
+    EXPECT_EQ(languages_of_names(list, &count), ORVA_SI_ARRAY_FULL);
+    EXPECT_EQ(asked, 2u);
+}
+
 TEST_F(PreferredNames, OfAnotherNetworkHaveNoLanguages)
 {
     serve_ours({two_languages});

@@ -4,6 +4,7 @@
 #ifndef SRC_DVBTABLES_ORVA_SI_DESCR_H
 #define SRC_DVBTABLES_ORVA_SI_DESCR_H
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 

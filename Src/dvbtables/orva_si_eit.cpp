@@ -202,17 +202,6 @@ bool read_preferred_name(site here, dvb_eit_event &event, std::uint32_t pdsd,
     return !none;
 }
 
-// The section's own original_network_id, which the key of its service need not repeat.
-bool is_of_network(site here, const dvb_eit_section &section, std::uint16_t original_network_id)
-{
-    const std::uint16_t carried = section.original_network_id;
-    if (carried == original_network_id)
-        SI_LOG_AT(here, level::trace, "get the match orig_id = %#4x\n", carried);
-    else
-        SI_LOG_AT(here, level::trace, "get a not matched original network!\n");
-    return carried == original_network_id;
-}
-
 } // namespace
 
 } // namespace si
@@ -398,9 +387,10 @@ uint32_t Orva_Si_EvtGetPfNameId(uint32_t onid, uint32_t ts, uint32_t sid, uint32
     const site here = SI_HERE;
     return query_events(here, service_of(onid, ts, sid), ORVA_SI_NOT_FOUND,
                         chosen_by(here, bisbanner), [&](dvb_eit_section &section) {
-                            dvb_eit_event *event = is_of_network(here, section, low16(onid))
-                                                       ? find_event(section, event_id)
-                                                       : nullptr;
+                            // The section's own, which the key of its service need not repeat.
+                            if (!is_of_network(here, section.original_network_id, onid))
+                                return step::next;
+                            dvb_eit_event *event = find_event(section, event_id);
                             if (event == nullptr)
                                 return step::next;
                             return read_preferred_name(here, *event, pdsd, *pf_name_id)

@@ -125,7 +125,11 @@ uint32_t Orva_Si_GetShortEvtDescLangList(uint32_t onid, uint32_t ts, uint32_t si
                                          uint32_t event_id, uint32_t *langlist, uint32_t *psum,
                                          uint8_t bisbanner)
 {
-    return Orva_Si_GetEvtNameLangList(onid, ts, sid, event_id, langlist, psum, bisbanner);
+    SI_REQUIRE_NOT_NULL(langlist);
+    SI_REQUIRE_NOT_NULL(psum);
+    return languages_of<dvb_short_event_descriptor>(
+        SI_HERE, {service_of(onid, ts, sid), event_id, bisbanner},
+        {langlist, psum, {.full_text = list_is_full}});
 }
 
 uint32_t Orva_Si_GetExtendEvtDescByID(uint32_t onid, uint32_t ts, uint32_t sid, uint32_t event_id,

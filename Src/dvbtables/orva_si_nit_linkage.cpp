@@ -124,13 +124,8 @@ uint32_t Orva_Si_GetSsuPidsByNitLinkage(uint32_t service_id, uint16_t *pids, uin
     SI_REQUIRE(pcount);
     const site here = SI_HERE;
     SI_LOG_AT(here, level::trace, "servicd_id = %#x\n", low16(service_id));
-    const many list{pids, pcount};
-    return ask_streams(here, service_id, list, [&](mpeg_pmt_stream &stream) {
-        if (first<dvb_data_broadcast_id_descriptor>(descriptors(stream)) == nullptr)
-            return step::next;
-        if (!list.put(static_cast<std::uint16_t>(stream.pid)))
-            return step::full;
-        SI_LOG_AT(here, level::trace, "elementary_PID = %#x\n", stream.pid);
-        return step::next;
-    });
+    const auto tell = [&](std::uint16_t found) {
+        SI_LOG_AT(here, level::trace, "elementary_PID = %#x\n", found);
+    };
+    return streams_with<dvb_data_broadcast_id_descriptor>(here, service_id, {pids, pcount}, tell);
 }

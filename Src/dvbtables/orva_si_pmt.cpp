@@ -239,16 +239,11 @@ uint32_t Orva_Si_GetTeleTextPids(uint32_t program_number, uint16_t *pid, uint32_
     SI_REQUIRE(pid);
     SI_REQUIRE(pcount);
     const site here = SI_HERE;
-    const many list{pid, pcount};
-    return ask_streams(here, program_number, list, [&](mpeg_pmt_stream &stream) {
-        if (first<dvb_teletext_descriptor>(descriptors(stream)) == nullptr)
-            return step::next;
-        if (!list.put(static_cast<std::uint16_t>(stream.pid)))
-            return step::full;
-        SI_LOG_AT(here, level::trace, " teletext pid = %#4x of prog_no = %#4x\n", stream.pid,
+    const auto tell = [&](std::uint16_t found) {
+        SI_LOG_AT(here, level::trace, " teletext pid = %#4x of prog_no = %#4x\n", found,
                   low16(program_number));
-        return step::next;
-    });
+    };
+    return streams_with<dvb_teletext_descriptor>(here, program_number, {pid, pcount}, tell);
 }
 
 uint32_t Orva_Si_GetSubtitlePids(uint32_t program_number, uint16_t *pid, uint32_t *pcount)
@@ -256,17 +251,12 @@ uint32_t Orva_Si_GetSubtitlePids(uint32_t program_number, uint16_t *pid, uint32_
     SI_REQUIRE(pid);
     SI_REQUIRE(pcount);
     const site here = SI_HERE;
-    const many list{pid, pcount};
+    const auto tell = [&](std::uint16_t found) {
+        SI_LOG_AT(here, level::trace, "found prog_no = %#x 's sbt pid: %#x, count: %d\n",
+                  low16(program_number), found, static_cast<int>(*pcount));
+    };
     const std::uint32_t result =
-        ask_streams(here, program_number, list, [&](mpeg_pmt_stream &stream) {
-            if (first<dvb_subtitling_descriptor>(descriptors(stream)) == nullptr)
-                return step::next;
-            if (!list.put(static_cast<std::uint16_t>(stream.pid)))
-                return step::full;
-            SI_LOG_AT(here, level::trace, "found prog_no = %#x 's sbt pid: %#x, count: %d\n",
-                      low16(program_number), stream.pid, static_cast<int>(*pcount));
-            return step::next;
-        });
+        streams_with<dvb_subtitling_descriptor>(here, program_number, {pid, pcount}, tell);
     if (result == ORVA_SI_NO_DATA)
         SI_LOG_AT(here, level::trace, "no entry\n");
     return result;

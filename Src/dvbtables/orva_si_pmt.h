@@ -30,6 +30,23 @@ std::uint32_t ask_streams(site here, std::uint32_t program_number, const End &en
     });
 }
 
+// Lists the streams of a program that carry a descriptor of a type; tell is called with each stream
+// that was listed.
+template <class Descriptor, class Tell>
+std::uint32_t streams_with(site here, std::uint32_t program_number, const many<std::uint16_t> &pids,
+                           Tell tell)
+{
+    return ask_streams(here, program_number, pids, [&](mpeg_pmt_stream &stream) {
+        if (first<Descriptor>(descriptors(stream)) == nullptr)
+            return step::next;
+        const std::uint16_t pid = stream.pid;
+        if (!pids.put(pid))
+            return step::full;
+        tell(pid);
+        return step::next;
+    });
+}
+
 } // namespace si
 
 #endif

@@ -76,6 +76,16 @@ step walk_records(site here, si_list *records, Visit visit)
 
 } // namespace
 
+bool is_of_network(site here, std::uint16_t original_network_id, std::uint32_t onid)
+{
+    if (original_network_id != low16(onid)) {
+        SI_LOG_AT(here, level::trace, "get a not matched original network!\n");
+        return false;
+    }
+    SI_LOG_AT(here, level::trace, "get the match orig_id = %#4x\n", original_network_id);
+    return true;
+}
+
 step walk_sections(site here, si_list *sections, section_visitor visit)
 {
     return walk_records<SiSection>(here, sections,

@@ -43,7 +43,7 @@ std::uint32_t free_ca_mode_of(site here, const SiTableKey &key, std::uint32_t si
     });
 }
 
-std::uint32_t encrypted(site here, const SiTableKey &key, std::uint32_t sid, std::uint8_t &mode)
+std::uint32_t encryption_of(site here, const SiTableKey &key, std::uint32_t sid, std::uint8_t &mode)
 {
     return ask_service(here, key, sid, [&](dvb_sdt_service &service) {
         mode = service.free_ca_mode;
@@ -133,13 +133,13 @@ uint32_t Orva_Si_GetServType(uint32_t ts, uint32_t sid, uint8_t *ptype)
 uint32_t Orva_Si_GetServiceEncrypted(uint32_t sid, uint8_t *pencrypted)
 {
     SI_REQUIRE(pencrypted);
-    return encrypted(SI_HERE, sdt_actual, sid, *pencrypted);
+    return encryption_of(SI_HERE, sdt_actual, sid, *pencrypted);
 }
 
 uint32_t Orva_Si_GetServEncrypted(uint32_t ts, uint32_t sid, uint8_t *pencrypted)
 {
     SI_REQUIRE(pencrypted);
-    return encrypted(SI_HERE, sdt_of(ts), sid, *pencrypted);
+    return encryption_of(SI_HERE, sdt_of(ts), sid, *pencrypted);
 }
 
 uint32_t Orva_Si_GetFreeCaMode(uint32_t sid, uint8_t *free_ca_mode)

@@ -23,6 +23,8 @@ std::uint32_t list_of_service(site here, const SiTableKey &key, std::uint32_t si
 
 // ---- Names in several languages (EN 300 468, 6.2.25)
 
+// The lists below answer false once there is no room for more. libucsi's codec has checked that the
+// entries fill the descriptor.
 bool append_names(bytes entries, const many<SiMultiServiceName> &list)
 {
     for (byte_reader in{entries}; in.more();) {
@@ -224,7 +226,7 @@ step ask_languages(bytes content, Question question)
 }
 
 // The name of that number, of the names that lie wholly in the descriptor.
-std::optional<bytes> find_name(site here, preferred_names names, std::uint32_t name_id)
+std::optional<bytes> find_name(site here, preferred_names names, std::uint8_t name_id)
 {
     for (unsigned left = names.count; left != 0; --left) {
         const preferred_name name = read_name(names.in);
@@ -236,17 +238,6 @@ std::optional<bytes> find_name(site here, preferred_names names, std::uint32_t n
             return name.text;
     }
     return std::nullopt;
-}
-
-bool is_of_network(site here, const dvb_sdt_section &sdt, std::uint32_t onid)
-{
-    const std::uint16_t original_network_id = sdt.original_network_id;
-    if (original_network_id != low16(onid)) {
-        SI_LOG_AT(here, level::trace, "get a not matched original network!\n");
-        return false;
-    }
-    SI_LOG_AT(here, level::trace, "get the match orig_id = %#4x\n", original_network_id);
-    return true;
 }
 
 // Asks each language of the preferred names of a service, until one does not answer next.
@@ -270,7 +261,7 @@ std::uint32_t preferred_names_of(site here, std::uint32_t onid, std::uint32_t ts
                                  const End &end, Question question)
 {
     return query<sdt_codec>(here, sdt_of(ts), end, [&](dvb_sdt_section &sdt) {
-        if (!is_of_network(here, sdt, onid))
+        if (!is_of_network(here, sdt.original_network_id, onid))
             return step::next;
         dvb_sdt_service *service = find_service(sdt, sid);
         return service != nullptr ? ask_preferred_names(here, *service, question) : step::next;
@@ -279,7 +270,7 @@ std::uint32_t preferred_names_of(site here, std::uint32_t onid, std::uint32_t ts
 
 // The name of that number out of the names of a language, when it is the one wanted.
 std::optional<bytes> name_in_language(site here, const preferred_names &names,
-                                      std::uint32_t language_id, std::uint32_t name_id)
+                                      std::uint32_t language_id, std::uint8_t name_id)
 {
     const std::uint32_t language = language_of(here, names.language);
     SI_LOG_AT(here, level::trace, "the current lang id = %d, the passed = %d\n",
@@ -420,9 +411,10 @@ uint32_t Orva_Si_GetPfNameByID(uint32_t onid, uint32_t ts, uint32_t sid, uint32_
 {
     SI_REQUIRE(pPfName);
     const site here = SI_HERE;
+    const auto wanted = static_cast<std::uint8_t>(name_id);
     return preferred_names_of(
         here, onid, ts, sid, ORVA_SI_FAILURE, [&](const preferred_names &names) {
-            const auto name = name_in_language(here, names, language_id, name_id);
+            const auto name = name_in_language(here, names, language_id, wanted);
             return name && copy_text(*pPfName, *name) ? step::found : step::next;
         });
 }
@@ -435,6 +427,8 @@ uint32_t Orva_Si_GetPfNameLangList(uint32_t onid, uint32_t ts, uint32_t sid, uin
     const site here = SI_HERE;
     const many list{langidlist, pcount};
     return preferred_names_of(here, onid, ts, sid, list, [&](const preferred_names &names) {
-        return list.put(language_of(here, names.language)) ? step::next : step::full;
+        const bool put =
+            list.put([&](std::uint32_t &id) { id = language_of(here, names.language); });
+        return put ? step::next : step::full;
     });
 }

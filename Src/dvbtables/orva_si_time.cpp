@@ -325,7 +325,7 @@ uint32_t Orva_Si_GetLocalTimeOffset(SiLocalTimeOffset *localtimes, uint32_t *pco
     }
     const bool all = write_offsets(*tot, {localtimes, capacity}, *pcount);
     if (*pcount == 0)
-        return SI_NO_DATA; // also when there was no room for any
+        return ORVA_SI_NO_DATA; // also when there was no room for any
     SI_LOG(level::trace, "got count = %d\n", static_cast<int>(*pcount));
     for (const SiLocalTimeOffset &entry : std::span{localtimes, *pcount})
         trace_offset(SI_HERE, entry);

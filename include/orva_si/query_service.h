@@ -36,6 +36,9 @@
  * transport_stream_id read every table on PID 0x0011 with that extension, SDT actual or other, of
  * whatever original network. Apart from the key, both behave alike. A service is looked up by its
  * service_id, sid.
+ *
+ * BATs share that PID, and table_id is not compared: the rare BAT whose bytes also read as an SDT
+ * answers those functions under its bouquet_id, and stands in Orva_Si_GetSdtAllTsList.
  */
 #ifndef ORVA_SI_QUERY_SERVICE_H
 #define ORVA_SI_QUERY_SERVICE_H
