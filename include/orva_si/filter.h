@@ -163,7 +163,7 @@ typedef struct task_item_eit {
     uint8_t active;
     uint32_t wanted;
     uint32_t finished;
-    uint8_t flag;          /**< 1 once all its sub-tables were complete */
+    uint8_t flag;          /**< 1 once its first turn is over */
     uint8_t table_id;      /**< the sub-table being fetched */
     uint8_t table_id_mask; /**< bits of table_id that count */
     uint8_t last_table_id; /**< last sub-table of the service as far as known */
@@ -458,6 +458,11 @@ ORVA_SI_API uint32_t Si_SectFlt_StopAllEIT(void);
  * Says that a sub-table of a service is complete: its filter goes on to the next sub-table, then
  * waits for another version, or moves on to another service.
  *
+ * A schedule counts as complete with one section of each segment. So that none stays out, the
+ * filters of the tuned multiplex stay on its sub-tables after the first turn, until the store has
+ * every section that the version announces or the time of the request is over: see
+ * Si_SectFlt_ActSchEitBgService.
+ *
  * @param table_id  as broadcast, 0x4E to 0x6F
  * @return ORVA_SI_OK; the driver's status; ORVA_SI_FAILURE when the filter has left the sub-table,
  * or filters go round; ORVA_SI_TABLE_DISABLED
@@ -479,8 +484,8 @@ ORVA_SI_API uint32_t Si_SectFlt_IsEitEnabled(uint32_t table_id, uint32_t service
 ORVA_SI_API uint32_t Si_SectFlt_PrintEitFilterTask(void);
 
 /** Background services 1 and 2: age the EIT filters of the tuned multiplex, and with them those of
- * others. Timer thread. @return ORVA_SI_OK; ORVA_SI_TABLE_DISABLED for the tuned multiplex's kind
- */
+ * others. Timer thread; service 2 takes Ts_Eit_Mutex. @return ORVA_SI_OK; ORVA_SI_TABLE_DISABLED
+ * for the tuned multiplex's kind */
 ORVA_SI_API uint32_t Si_SectFlt_ActPfEitBgService(void);
 ORVA_SI_API uint32_t Si_SectFlt_ActSchEitBgService(void);
 
