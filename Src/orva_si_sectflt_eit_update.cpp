@@ -25,6 +25,7 @@ namespace {
 
 constexpr std::size_t event_head_bytes = 14; // up to the loop of events
 constexpr unsigned segment_size = 8;
+constexpr std::size_t most_sections = 17 * 256; // of a service: present/following and schedule
 
 bool is_act_schedule(const task_item_eit &item)
 {
@@ -61,9 +62,9 @@ void add_section(version_outline &outline, std::span<const std::uint8_t, event_h
         outline.announced.set(n);
 }
 
-// EN 300 468, 5.2.4. Sections of other versions do not count: those that the version on air has no
-// numbers for stay in the store.
-bool is_whole(const SiEitService &service, std::uint8_t table_id, std::uint8_t version)
+// Sections of other versions do not count: those that the version on air has no numbers for stay in
+// the store.
+version_outline outline_of(const SiEitService &service, std::uint8_t table_id, std::uint8_t version)
     SI_NEEDS(eit)
 {
     version_outline outline;
@@ -75,6 +76,12 @@ bool is_whole(const SiEitService &service, std::uint8_t table_id, std::uint8_t v
         if (head[0] == table_id && version_of(head[5]) == version)
             add_section(outline, head);
     }
+    return outline;
+}
+
+// EN 300 468, 5.2.4.
+bool is_whole(const version_outline &outline)
+{
     return outline.has_end && outline.there.any() && (outline.announced & ~outline.there).none();
 }
 
@@ -88,12 +95,36 @@ bool is_of(const task_item_eit &item, const SiEitService &service)
            accepts(item.original_network_id, service.original_network_id);
 }
 
+bool names_its_stream(const task_item_eit &item)
+{
+    return item.transport_stream_id != SI_ANY_EXT && item.original_network_id != SI_ANY_EXT;
+}
+
+// A request for any stream is met by none that has gaps: which of them is on air is not known. Nor
+// is it looked for long, since anyone may send a service under many ids.
 bool is_stored_whole(const task_item_eit &item, std::uint8_t version) SI_NEEDS(eit)
 {
-    for (const SiEitService &service : elements<SiEitService>(Orva_Si_GetDvbEitList()))
-        if (is_of(item, service) && is_whole(service, item.table_id, version))
-            return true;
-    return false;
+    if (names_its_stream(item)) {
+        const SiEitService *service =
+            find_eit_service(item.original_network_id, item.transport_stream_id, item.service_id);
+        return service != nullptr && is_whole(outline_of(*service, item.table_id, version));
+    }
+    bool any = false;
+    std::size_t seen = 0;
+    for (const SiEitService &service : elements<SiEitService>(Orva_Si_GetDvbEitList())) {
+        if (service.sections == nullptr || !is_of(item, service))
+            continue;
+        seen += static_cast<std::size_t>(service.sections->nb_elt);
+        if (seen > most_sections)
+            return false;
+        const version_outline outline = outline_of(service, item.table_id, version);
+        if (outline.there.none())
+            continue;
+        if (!is_whole(outline))
+            return false;
+        any = true;
+    }
+    return any;
 }
 
 // ---- Updates
@@ -330,7 +361,7 @@ void Si_SectFlt_DisableTimeOutEitFilterFunc(void *record, void *task)
         return;
     if (has_sub_tables(item))
         pass_over_sub_table(item);
-    else if (is_act_schedule(item))
+    else
         item.version = is_one_each(static_cast<filter_task *>(task)) ? heard : any_version;
     if (const eit_kind *kind = kind_of(item.table_id))
         item.limit = static_cast<std::uint16_t>(std::min<int>(item.limit * 2, kind->longest_limit));
@@ -350,8 +381,8 @@ std::uint32_t Si_SectFlt_ActSchEitBgService(void)
 {
     const scope_lock store{eit, SI_HERE};
     const scope_lock lock{pool, SI_HERE};
-    leave_whole_sub_tables(SI_HERE);
     age(act_sch);
     age(other_sch);
+    leave_whole_sub_tables(SI_HERE); // not before: this run is none of the filter's next turn
     return enabled_or_not(act_sch);
 }

@@ -812,6 +812,74 @@ TEST_F(EitTurns, AreQuickWhileNothingWouldEndThem)
     EXPECT_EQ(loaded(6).negate[5], 0);
 }
 
+TEST_F(EitTurns, NoRunAgesAFilterThatItSentOn)
+{
+    start_sch({1});
+    for (const std::uint8_t table_id : {std::uint8_t{0x50}, std::uint8_t{0x51}})
+        come(table_id, 0, 0, 4, 0x51);
+    come(0x50, 0, 0, 4, 0x51);
+    age(51); // the first sends it on
+    EXPECT_EQ(loaded(5).match[0], 0x51);
+    age(1);
+    EXPECT_EQ(loaded(5).match[0], 0x50);
+}
+
+TEST_F(EitTurns, OneOfAnyMultiplexDoesNotStandForAnotherThatLacksASection)
+{
+    const ids one{1};
+    Si_SectFlt_StartActSchEit(0xFFFF, 0xFFFF, 1, one.data(), 1);
+    // Whole, from a multiplex before.
+    deliver(make(eit{.table_id = 0x50,
+                     .service = 1,
+                     .ts = ts + 1,
+                     .original_network = onid,
+                     .version = 4,
+                     .last_section_number = 0,
+                     .segment_last_section_number = 0,
+                     .last_table_id = 0x50}));
+    come(0x50, 0, 1);
+    come(0x50, 0, 1);
+    age(1);
+    EXPECT_EQ(passed_over(), -1);
+    come(0x50, 1, 1);
+    age(1);
+    EXPECT_EQ(passed_over(), 4);
+}
+
+// Others may send the service under as many ids as they like.
+TEST_F(EitTurns, ServiceOfAnyMultiplexIsNotLookedForWithoutEnd)
+{
+    const ids one{1};
+    Si_SectFlt_StartActSchEit(0xFFFF, 0xFFFF, 1, one.data(), 1);
+    come(0x50, 0, 0);
+    come(0x50, 0, 0);
+    for (std::uint16_t other = 0; other < 17 * 256; ++other)
+        deliver(make(eit{.table_id = 0x50,
+                         .service = 1,
+                         .ts = other,
+                         .original_network = onid + 1,
+                         .version = 4,
+                         .last_section_number = 0,
+                         .segment_last_section_number = 0,
+                         .last_table_id = 0x50}));
+    age(50);
+    EXPECT_EQ(passed_over(), -1);
+    age(1);
+    EXPECT_EQ(passed_over(), 4);
+}
+
+TEST_F(EitFilters, VersionPassedOverIsHeardAgainOnceFiltersGoRound)
+{
+    start_pf({2, 3});
+    Si_SectFlt_UpdateEit(0x4E, 2, 4, 1);
+    ASSERT_EQ(request(act_pf, 0).version, 4);
+    start_pf({4});
+    ASSERT_EQ(task(act_pf).mode, 1U);
+    for (int run = 0; run < 11; ++run)
+        Si_SectFlt_ActPfEitBgService();
+    EXPECT_EQ(request(act_pf, 0).version, 0xFF);
+}
+
 TEST_F(EitFilters, RefusedSubTableIsTriedAgainByTheNextPoll)
 {
     start_sch({1});
