@@ -65,6 +65,12 @@ TEST(GuideOptions, AreNoneOfOtherCommands)
         EXPECT_EQ(decide({"scan", option, "UTC", "file.ts"}).status, 2) << option;
 }
 
+TEST(GuideOptions, ProgramIsOneThatCanBeTunedTo)
+{
+    EXPECT_EQ(decide({"guide", "--program", "0", "file.ts"}).status, 2);
+    EXPECT_EQ(decide({"guide", "--program", "1", "file.ts"}).chosen.program, 1);
+}
+
 TEST(GuideOptions, HelpTellsWhatProgramMeans)
 {
     EXPECT_THAT(decide({"guide", "--help"}).output, HasSubstr("Tune to this program"));

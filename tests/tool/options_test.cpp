@@ -130,6 +130,14 @@ TEST(Options, UnknownPartsAreUsageErrors)
     expect_usage_error(decide({"scan", "a.ts", "b.ts"}), "b.ts");
 }
 
+TEST(Options, UnknownOptionIsNamedAlone)
+{
+    EXPECT_THAT(decide({"scan", "file.ts", "--service", "One"}).error,
+                StartsWith("orva-si: unknown option: --service\n"));
+    EXPECT_THAT(decide({"scan", "-x", "file.ts"}).error,
+                StartsWith("orva-si: unknown option: -x\n"));
+}
+
 TEST(Options, ValuesOutOfRangeAreUsageErrors)
 {
     for (const char *value : {"0", "-1", "nan", "inf", "soon", "", "1e9"})

@@ -78,14 +78,15 @@ std::optional<std::uint32_t> number(std::string_view text)
 // An option that takes a number of that type.
 template <class Number>
 void add_number(CLI::App &app, const char *name, std::optional<Number> &chosen,
-                const char *description)
+                const char *description, std::uint32_t least = 0)
 {
     constexpr std::uint32_t most = std::numeric_limits<Number>::max();
-    const auto check = [](const std::string &text) -> std::string {
+    const auto check = [least](const std::string &text) -> std::string {
         const auto value = number(text);
-        return value && *value <= most
+        return value && *value >= least && *value <= most
                    ? ""
-                   : "a number from 0 to " + std::to_string(most) + " is expected, not " + text;
+                   : "a number from " + std::to_string(least) + " to " + std::to_string(most) +
+                         " is expected, not " + text;
     };
     const auto take = [&chosen](const std::string &text) {
         chosen = static_cast<Number>(number(text).value_or(0));
@@ -111,9 +112,11 @@ void add_options(CLI::App &app, const command &of, options &chosen)
     app.add_option("--for", chosen.seconds, "Stop after that time, with the results so far")
         ->type_name("SECONDS")
         ->check(CLI::Validator{check_seconds, ""});
-    add_number(app, "--program", chosen.program,
-               (of.takes & tunes) != 0 ? "Tune to this program [the first of the PAT]"
-                                       : "Print only this program or service");
+    if ((of.takes & tunes) != 0)
+        add_number(app, "--program", chosen.program, "Tune to this program [the first of the PAT]",
+                   1); // 0 stands for the NIT in a PAT
+    else
+        add_number(app, "--program", chosen.program, "Print only this program or service");
     app.add_option("--charset", chosen.charset,
                    "Character table of text that names none (ISO-8859-9 ...) [ISO 6937]")
         ->type_name("NAME")
@@ -174,6 +177,15 @@ decision refusal(const std::string &why, const CLI::App *about)
     return refused;
 }
 
+// The option that nobody knows, rather than all that stands around it.
+std::string unexpected_text(const CLI::App &app, const CLI::ExtrasError &error)
+{
+    for (const std::string &argument : app.remaining(true))
+        if (argument.size() > 1 && argument.front() == '-')
+            return "unknown option: " + argument;
+    return error.what();
+}
+
 decision answer(std::string text)
 {
     decision told;
@@ -215,6 +227,8 @@ decision decide(std::span<const command> commands, int argc, const char *const *
         return answer(app.help());
     } catch (const CLI::CallForVersion &wanted) {
         return answer(std::string{wanted.what()} + "\n");
+    } catch (const CLI::ExtrasError &error) {
+        return refusal(unexpected_text(app, error), parsed());
     } catch (const CLI::ParseError &error) {
         return refusal(error.what(), parsed());
     }
