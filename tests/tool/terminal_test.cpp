@@ -37,6 +37,7 @@ shown on_terminal(unsigned short columns, Run run)
     if (child == 0) {
         dup2(line, STDOUT_FILENO);
         dup2(line, STDERR_FILENO);
+        setenv("TERM", "vt100", 1);
         run();
         _exit(0);
     }
@@ -87,6 +88,18 @@ TEST(ProgressLine, SecondSignalLeavesNothingBehindEither)
 TEST(ProgressLine, IsShownOnlyWhereWanted)
 {
     EXPECT_EQ(on_terminal(80, [] { tool::progress_line{false}.show("half-way"); }).text, "");
+}
+
+TEST(ProgressLine, IsNotShownOnADumbTerminal)
+{
+    const auto on_kind = [](const char *kind) {
+        return on_terminal(80, [kind] {
+            setenv("TERM", kind, 1);
+            tool::progress_line{true}.show("half-way");
+        });
+    };
+    EXPECT_EQ(on_kind("dumb").text, "");
+    EXPECT_THAT(on_kind("vt100").text, HasSubstr("half-way"));
 }
 
 TEST(OutputColumns, AreThoseOfTheTerminal)

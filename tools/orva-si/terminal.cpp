@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <optional>
@@ -43,6 +44,13 @@ std::optional<std::size_t> columns_of(int descriptor)
     if (isatty(descriptor) == 0 || ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
         return std::nullopt;
     return size.ws_col;
+}
+
+// Whether a line can be written over: a dumb terminal only appends.
+bool can_overwrite(int descriptor)
+{
+    const char *const kind = std::getenv("TERM");
+    return isatty(descriptor) != 0 && (kind == nullptr || std::strcmp(kind, "dumb") != 0);
 }
 
 } // namespace
@@ -92,7 +100,7 @@ std::size_t output_columns()
     return std::max(columns_of(STDOUT_FILENO).value_or(narrowest_table), narrowest_table);
 }
 
-progress_line::progress_line(bool wanted) : shown{wanted && isatty(STDERR_FILENO) != 0} {}
+progress_line::progress_line(bool wanted) : shown{wanted && can_overwrite(STDERR_FILENO)} {}
 
 progress_line::~progress_line()
 {
