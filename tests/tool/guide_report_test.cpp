@@ -83,7 +83,7 @@ TEST(GuideText, UndefinedTimesAreSaid)
     event slot{.event_id = 1, .start = {}, .duration = {}, .names = {}};
     EXPECT_EQ(text({service({{tool::place::present, slot}}, {slot})}),
               "Orva One  (65281.1001.101)\n"
-              "  now   time not given  (no name)\n"
+              "  also  time not given  (no name)\n"
               "  time not given\n"
               "    (no name)\n");
     event open = film();

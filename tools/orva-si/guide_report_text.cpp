@@ -129,7 +129,9 @@ void append_event(std::string &out, const std::string &heading, const event &of,
 void append_present_following(std::string &out, const guide_service &of, const guide_style &style)
 {
     for (const placed_event &one : of.present_following) {
-        const char *when = one.at == place::present     ? "now "
+        // What near video on demand repeats is sent without a time, and is not on now.
+        const char *when = !one.what.start              ? "also"
+                           : one.at == place::present   ? "now "
                            : one.at == place::following ? "next"
                                                         : "also";
         const std::string day = one.what.start ? day_text(*one.what.start) + " " : "";
