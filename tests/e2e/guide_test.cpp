@@ -169,8 +169,18 @@ TEST(SampleGuide, TuningToAnotherProgramFindsTheSame)
 TEST(SampleGuide, UnknownServiceIsSaid)
 {
     const ended told = guide({sample(), "--service", "Nobody"});
+    EXPECT_EQ(told.status, 1);
     EXPECT_EQ(told.out, "");
     EXPECT_THAT(told.err, HasSubstr("no events of such a service"));
+    EXPECT_EQ(guide({sample(), "--service", "101", "--to", "2000-01-01"}).status, 0);
+}
+
+TEST(SampleGuide, UnknownProgramIsSaid)
+{
+    const ended told = guide({sample(), "--program", "999"});
+    EXPECT_EQ(told.status, 1);
+    EXPECT_THAT(told.err, HasSubstr("no program 999"));
+    EXPECT_NE(told.out, "");
 }
 
 // ---- small streams

@@ -139,6 +139,14 @@ TEST(Watch, LinesForPeopleNameTableServiceAndEvent)
     EXPECT_THAT(told.out, HasSubstr("12:00 \"First\"\n"));
 }
 
+TEST(Watch, UnknownProgramIsSaid)
+{
+    const ended told = watch(tables(), {"--program", "999"});
+    EXPECT_EQ(told.status, 1);
+    EXPECT_THAT(told.err, HasSubstr("no program 999"));
+    EXPECT_EQ(watch(tables(), {"--program", "100"}).status, 0);
+}
+
 TEST(Watch, TellsTheTime)
 {
     stream made;

@@ -120,6 +120,13 @@ std::uint32_t count_news(std::uint32_t reason, std::uint32_t, SiWord data, std::
     return 0;
 }
 
+bool lacks_program(const options &chosen)
+{
+    const auto programs = programs_of_pat();
+    return chosen.program && !programs.empty() &&
+           std::ranges::find(programs, *chosen.program) == programs.end();
+}
+
 event_channel::event_channel(const session &on, const options &with, bool for_programs)
     : input{on}, chosen{with}, awaits_programs{for_programs}
 {
@@ -272,6 +279,9 @@ bool event_channel::look_for_later_tables()
     if (asked_for_later_tables)
         return false;
     asked_for_later_tables = true;
+    if (awaits_pmts) // all turns brought none
+        Si_SectFlt_StopPmt();
+    awaits_pmts = false;
     constexpr std::uint8_t last_schedule_table = 0x5F;
     std::vector<std::uint16_t> headless;
     for (const SiEitRequest &met : input.event_services())

@@ -19,6 +19,9 @@ namespace tool {
 std::uint32_t count_news(std::uint32_t reason, std::uint32_t flag, SiWord data,
                          std::uint32_t value);
 
+// Whether a PAT came that does not list the program to tune to.
+bool lacks_program(const options &chosen);
+
 class event_channel {
 public:
     // Tunes. awaits_programs: whether the end of the input waits for the PMT of every program too.
@@ -69,7 +72,7 @@ private:
     std::uint64_t news_seen = 0;
     std::uint64_t delivered_at_news = 0;
     std::uint64_t sections_stored = 0; // then
-    unsigned quiet_turns = 0; // of all filters since the last news
+    unsigned quiet_turns = 0;          // of all filters since the last news
     unsigned turns_needed = 0;
 };
 

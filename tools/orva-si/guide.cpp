@@ -42,7 +42,7 @@ bool has_events(const std::vector<guide_service> &services)
 }
 
 // Says on standard error what the results lack; the exit status.
-int judge(const channel_run &of, bool found, const options &chosen)
+int judge(const channel_run &of, const std::vector<guide_service> &found, const options &chosen)
 {
     const std::string name = input_name(chosen.input) + ": ";
     if (of.status.error != ORVA_DEMUX_OK)
@@ -55,13 +55,20 @@ int judge(const channel_run &of, bool found, const options &chosen)
         complain(name + "no sections of events");
         return exit_no_sections;
     }
-    if (!found && !chosen.quiet)
-        complain(name + (chosen.service.empty() ? "no events" : "no events of such a service"));
+    const bool no_program = lacks_program(chosen);
+    if (no_program)
+        complain(name + "no program " + std::to_string(*chosen.program));
+    if (found.empty())
+        complain(name + "no events of such a service");
+    else if (!has_events(found) && !chosen.quiet)
+        complain(name + "no events");
     if (of.how == channel_end::time_over)
         complain(name + "the time given is over: what came until now is printed");
     if (session::times_full() != 0)
         complain(name + "the library's store is full: what came after that is missing");
-    return of.complete() ? exit_complete : exit_partial;
+    if (!of.complete())
+        return exit_partial;
+    return no_program || found.empty() ? exit_failure : exit_complete;
 }
 
 } // namespace
@@ -87,7 +94,7 @@ int run_guide(const options &chosen)
     const std::vector<guide_service> services = collect_guide(chosen, *within);
     if (received_signal() != 0)
         result.how = channel_end::signal;
-    const int status = judge(result, has_events(services), chosen);
+    const int status = judge(result, services, chosen);
     const bool printed = print(
         chosen.json ? guide_json(services, chosen.input, result.complete())
                     : guide_text(services, {output_columns(), chosen.languages, chosen.verbose}));

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "channel_run.h"
@@ -83,8 +84,12 @@ int judge(const channel_run &of, bool any, const options &chosen)
         complain(name + "no tables came");
         return exit_no_sections;
     }
-    const bool lacks = session::times_full() != 0 || of.status.error != ORVA_DEMUX_OK;
-    return lacks ? exit_partial : exit_complete;
+    const bool no_program = lacks_program(chosen);
+    if (no_program)
+        complain(name + "no program " + std::to_string(*chosen.program));
+    if (session::times_full() != 0 || of.status.error != ORVA_DEMUX_OK)
+        return exit_partial;
+    return no_program ? exit_failure : exit_complete;
 }
 
 } // namespace
