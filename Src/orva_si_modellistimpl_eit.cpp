@@ -13,6 +13,7 @@
 #include "orva_si_loops.h"
 #include "orva_si_modellistimpl.h"
 #include "orva_si_recordindex.h"
+#include "orva_si_sectflt.h"
 #include "orva_si_siids.h"
 
 namespace si {
@@ -357,6 +358,7 @@ uint32_t Orva_Si_EraseAllEitRawData(void)
             free_service(SI_HERE, service);
         si_list_remove(services, 0);
     }
+    eit_store_emptied();
     return ORVA_SI_OK;
 }
 

@@ -191,9 +191,11 @@ void poll_filters(filter_task &task) SI_NEEDS(pool);
 // One run of ageing: true when the record lost its item, which had waited limit + 1 runs.
 bool time_out(site here, pid_filter &record, std::uint16_t limit) SI_NEEDS(pool);
 
-// ---- Events (orva_si_sectflt_eit.cpp)
+// ---- Events (orva_si_sectflt_eit.cpp, orva_si_sectflt_eit_update.cpp)
 
 void clear_eit_started();
+// The event store was emptied: filters let through again what they passed over as stored.
+void eit_store_emptied() SI_NEEDS(eit) SI_LEAVES(pool);
 
 } // namespace si
 

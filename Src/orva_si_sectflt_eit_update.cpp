@@ -280,7 +280,33 @@ std::uint32_t enabled_or_not(const eit_kind &kind)
     return kind.enabled() != 0 ? ORVA_SI_OK : ORVA_SI_TABLE_DISABLED;
 }
 
+// Forgets what the services of a row have told, and loads anew the filters that pass a version
+// over.
+void listen_again(const eit_kind &kind) SI_NEEDS(pool)
+{
+    filter_task &task = task_at(kind.task);
+    for (pid_filter &record : filters(task)) {
+        if (record.item == nullptr || record.item->active == 0)
+            continue;
+        auto &item = *item_as<task_item_eit>(record.item);
+        record.version = any_version;
+        if (item.version == any_version)
+            continue;
+        item.version = any_version;
+        serve(task, record, head_of(item));
+    }
+    for (task_item_eit &item : items<task_item_eit>(task))
+        item.version = any_version;
+}
+
 } // namespace
+
+void eit_store_emptied()
+{
+    const scope_lock lock{pool, SI_HERE};
+    for (const eit_kind *kind : kinds)
+        listen_again(*kind);
+}
 
 } // namespace si
 

@@ -846,6 +846,44 @@ TEST_F(EitTurns, OneOfAnyMultiplexDoesNotStandForAnotherThatLacksASection)
     EXPECT_EQ(passed_over(), 4);
 }
 
+TEST_F(EitTurns, VersionPassedOverComesAgainOnceTheStoreWasErased)
+{
+    start_sch({1});
+    come(0x50, 0, 0);
+    come(0x50, 0, 0);
+    age(1);
+    ASSERT_EQ(passed_over(), 4);
+    Orva_Si_EraseAllEitRawData();
+    EXPECT_EQ(passed_over(), -1);
+    come(0x50, 0, 0);
+    age(1);
+    EXPECT_EQ(passed_over(), 4);
+}
+
+TEST_F(EitTurns, WhatWasHeardBeforeTheStoreWasErasedEndsNoTurn)
+{
+    start_sch({1});
+    come(0x50, 0, 0);
+    come(0x50, 0, 0);
+    const unsigned before = loads(5);
+    Orva_Si_EraseAllEitRawData();
+    age(50);
+    EXPECT_EQ(passed_over(), -1);
+    EXPECT_EQ(loads(5), before); // it let all versions through already
+}
+
+TEST_F(EitFilters, PresentAndFollowingComeAgainOnceTheStoreWasErased)
+{
+    start_pf({2, 3});
+    Si_SectFlt_UpdateEit(0x4E, 2, 4, 1);
+    ASSERT_EQ(request(act_pf, 0).version, 4);
+    const auto &first = loaded(5);
+    ASSERT_NE(first.negate[5], 0);
+    Orva_Si_EraseAllEitRawData();
+    EXPECT_EQ(request(act_pf, 0).version, 0xFF);
+    EXPECT_EQ(loaded(5).negate[5], 0);
+}
+
 // Others may send the service under as many ids as they like.
 TEST_F(EitTurns, ServiceOfAnyMultiplexIsNotLookedForWithoutEnd)
 {
