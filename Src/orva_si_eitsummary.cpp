@@ -53,9 +53,15 @@ void put(summary_memory *to, SiEitSection *record, const section_summary &what)
     ++to->count;
 }
 
+// Few steps, for GLib keeps the small blocks that are grown out of: present and following alone, the
+// first day of the schedule too, then a few days each.
 std::size_t capacity_for(std::size_t count)
 {
-    return count + std::max<std::size_t>(2, count / 2);
+    if (count < 4)
+        return 4;
+    if (count < 16)
+        return 16;
+    return count + std::max<std::size_t>(24, count / 4);
 }
 
 // The summary with room for one more; null without memory, the old one being freed.
