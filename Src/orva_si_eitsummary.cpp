@@ -53,8 +53,8 @@ void put(summary_memory *to, SiEitSection *record, const section_summary &what)
     ++to->count;
 }
 
-// Few steps, for GLib keeps the small blocks that are grown out of: present and following alone, the
-// first day of the schedule too, then a few days each.
+// Few steps, for GLib keeps the small blocks that are grown out of: present and following alone,
+// the first day of the schedule too, then a few days each.
 std::size_t capacity_for(std::size_t count)
 {
     if (count < 4)
