@@ -21,6 +21,7 @@ struct list_record {
     std::int32_t known_count; // the visible members as they were left
     si_list_node *known_first;
     std::uint64_t changes;
+    list_companion *companion;
 };
 static_assert(std::is_standard_layout_v<list_record> && offsetof(list_record, visible) == 0);
 static_assert(offsetof(si_list, node) == sizeof(void *));
@@ -116,6 +117,19 @@ std::uint64_t list_changes(const si_list *list)
     return record_of(list).changes;
 }
 
+list_companion *companion_of(const si_list *list)
+{
+    return record_of(list).companion;
+}
+
+void keep_companion(si_list *list, list_companion *made)
+{
+    list_record &of = record_of(list);
+    if (of.companion != nullptr)
+        release(of.companion, of.companion->size);
+    of.companion = made;
+}
+
 } // namespace si
 
 using namespace si;
@@ -133,6 +147,7 @@ std::int32_t si_list_uninit(si_list *list)
 {
     if (list == nullptr)
         return -1;
+    keep_companion(list, nullptr);
     release_record(reinterpret_cast<list_record *>(list));
     return 0;
 }

@@ -9,6 +9,7 @@
 #include "orva_si/store.h"
 #include "orva_si_alloc.h"
 #include "orva_si_bytes.h"
+#include "orva_si_eitsummary.h"
 #include "orva_si_lock.h"
 #include "orva_si_loops.h"
 #include "orva_si_modellistimpl.h"
@@ -45,22 +46,20 @@ struct eit_arrival {
     bytes section;
 };
 
-std::uint8_t byte_at(bytes section, std::size_t at)
-{
-    return at < section.size() ? section[at] : std::uint8_t{0};
-}
-
-bytes bytes_of(const SiEitSection &stored)
-{
-    return {stored.section, stored.section != nullptr ? stored.sect_len : 0u};
-}
-
 // 0 for a section whose section_length reaches past its bytes.
 std::uint32_t crc_of(bytes section)
 {
     const bool whole =
         section.size() >= section_header_bytes && section_size(section.data()) <= section.size();
     return whole ? crc_field(section.data()) : 0;
+}
+
+// The CRC_32 of a large section lies in memory that its header does not bring along: both are
+// waited for at once.
+void expect_crc(const SiEitSection &stored)
+{
+    if (stored.section != nullptr && stored.sect_len >= section_header_bytes)
+        __builtin_prefetch(stored.section + stored.sect_len - section_header_bytes);
 }
 
 // What the client is told once the lock is given up.
@@ -110,14 +109,23 @@ SiEitService *create_service(site here, const eit_arrival &in) SI_NEEDS(eit)
 SiEitSection *find_changed(SiEitService &service, const eit_arrival &in, bool &repeated)
 {
     const std::uint32_t crc = crc_of(in.section);
-    for (SiEitSection &stored : elements<SiEitSection>(service.sections)) {
-        if (stored.table_id != in.table_id || stored.section_number != in.section_number)
-            continue;
-        if (stored.section == nullptr || crc_of(bytes_of(stored)) != crc)
-            return &stored;
-        repeated = true;
-    }
-    return nullptr;
+    SiEitSection *changed = nullptr;
+    bool outdated = false;
+    repeated = false;
+    each_section(service.sections, [&](const section_summary &known, SiEitSection &stored) {
+        if (known.table_id != in.table_id || known.section_number != in.section_number)
+            return false;
+        expect_crc(stored);
+        outdated = known != summary_of(stored);
+        const bool same = stored.section != nullptr && crc_of(bytes_of(stored)) == crc;
+        repeated = repeated || same;
+        changed = same ? nullptr : &stored;
+        return outdated || !same;
+    });
+    if (!outdated)
+        return changed;
+    forget_summary(service.sections);
+    return find_changed(service, in, repeated);
 }
 
 void release_bytes(SiEitSection &stored) SI_NEEDS(eit)
@@ -174,15 +182,20 @@ outcome append(site here, SiEitService &service, const eit_arrival &in) SI_NEEDS
                   in.table_id, in.section_number);
         release_bytes(*stored);
         release_record(stored);
+        return {news::first, true};
     }
+    summary_appended(service.sections, stored);
     return {news::first, true};
 }
 
 outcome store(site here, SiEitService &service, const eit_arrival &in) SI_NEEDS(eit)
 {
     bool repeated = false;
-    if (SiEitSection *changed = find_changed(service, in, repeated))
-        return replace(here, *changed, in);
+    if (SiEitSection *changed = find_changed(service, in, repeated)) {
+        const outcome result = replace(here, *changed, in);
+        summary_replaced(service.sections, changed);
+        return result;
+    }
     return repeated ? outcome{news::none, true} : append(here, service, in);
 }
 
@@ -225,35 +238,31 @@ bool is_complete(site here, const SiEitService &service, std::uint8_t table_id)
     bool any = false;
     std::uint8_t version = 0;
     std::uint32_t all = 0;
-    for (const SiEitSection &stored : elements<SiEitSection>(service.sections)) {
-        const bytes section = bytes_of(stored);
-        if (section.empty() || section[0] != table_id)
-            continue;
-        const std::uint8_t its_version = version_of(byte_at(section, 5));
-        const std::uint8_t last = byte_at(section, 7);
+    bool complete = false;
+    each_section(service.sections, [&](const section_summary &known, const SiEitSection &) {
+        if (!known.held || known.received_table_id != table_id)
+            return false;
         if (!any) {
             any = true;
-            version = its_version;
-            all = 0xFFFFFFFFu >> (31 - (last >> 3));
+            version = known.version;
+            all = 0xFFFFFFFFu >> (31 - (known.last_section_number >> 3));
         }
-        if (its_version != version) {
+        if (known.version != version) {
             SI_LOG_AT(here, level::trace,
                       "Version number changes: %d: %d, table_id: %#x service_id: %#x\n", version,
-                      its_version, table_id, service.service_id);
-            return false;
-        }
-        if (table_id != tid_eit_pf_actual) {
-            if (progress.add_schedule(stored.section_number, last, all))
-                return true;
-            continue;
-        }
-        if (stored.section_number > 1)
-            SI_LOG_AT(here, level::error, "Invalid Actual PF EIT section number: %d\n",
-                      stored.section_number);
-        else if (progress.add_present_following(stored.section_number))
+                      known.version, table_id, service.service_id);
             return true;
-    }
-    return false;
+        }
+        if (table_id != tid_eit_pf_actual)
+            complete = progress.add_schedule(known.section_number, known.last_section_number, all);
+        else if (known.section_number > 1)
+            SI_LOG_AT(here, level::error, "Invalid Actual PF EIT section number: %d\n",
+                      known.section_number);
+        else
+            complete = progress.add_present_following(known.section_number);
+        return complete;
+    });
+    return complete;
 }
 
 // Lets the filter of a complete table wait for the next version. Only tables of the tuned multiplex

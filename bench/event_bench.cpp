@@ -4,8 +4,9 @@
 // satellite position has a thousand services and sends all of their events all the time: no cost
 // may grow with their number.
 //
-// Sections come in the order of a carousel, service after service, or scattered: the same work, but
-// each service lies then where the processor's caches are not.
+// Sections come in the order of a carousel, service after service; by day, all services of one day
+// before the next, as a satellite sends them; or scattered: the same work, but each service lies
+// then where the processor's caches are not.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <random>
@@ -18,6 +19,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "sections.h"
@@ -40,7 +42,7 @@ constexpr std::size_t sections_per_service = schedule_tables * segments_per_tabl
 constexpr std::uint16_t first_day = 61364; // 20 November 2026, as a Modified Julian Date
 constexpr std::uint32_t language = 7;      // what the client calls "eng"
 
-enum order : std::int64_t { carousel, scattered };
+enum order : std::int64_t { carousel, by_day, scattered };
 
 std::uint16_t stream_of(std::uint16_t service)
 {
@@ -118,24 +120,71 @@ section schedule(std::uint16_t service, unsigned table, unsigned segment)
     return make_section(eit_head(service, table_id, number, 8 * (segments_per_table - 1)), payload);
 }
 
+// An item and when it is on air.
 template <class T>
-void put_in_order(std::vector<T> &items, std::int64_t wanted)
+struct timed {
+    double seconds;
+    T item;
+};
+
+// Services in their order, and what each one sends in its own.
+template <class T>
+std::vector<T> in_order(std::vector<timed<T>> items, std::int64_t wanted)
 {
+    if (wanted == by_day)
+        std::ranges::stable_sort(items, {}, &timed<T>::seconds);
     if (wanted == scattered)
         std::shuffle(items.begin(), items.end(), std::mt19937{1});
+    std::vector<T> made;
+    made.reserve(items.size());
+    for (timed<T> &each : items)
+        made.push_back(std::move(each.item));
+    return made;
 }
 
+// The eight days take a minute, each an eighth of it, with the services one behind the other in
+// each. Present and following come round in ten seconds (ETSI TS 101 211, 4.4), so they fall
+// between the sections of the first two days.
+double seconds_of_schedule(double day, double service, double services)
+{
+    return (day + service / services) * 60 / 8;
+}
+
+double seconds_of_present(double service, double services)
+{
+    return service / services * 10;
+}
+
+// Names a section: of the schedule, or present and following.
+struct part {
+    std::uint16_t service;
+    bool scheduled;
+    unsigned segment; // of all tables; else the section_number
+};
+
+section make_part(const part &of)
+{
+    return of.scheduled ? schedule(of.service, of.segment / segments_per_table,
+                                   of.segment % segments_per_table)
+                        : present_following(of.service, of.segment);
+}
+
+// Made in the order in which they are sent, so that they lie in memory like what was just received.
 std::vector<section> make_sections(const benchmark::State &state)
 {
-    std::vector<section> made;
+    const auto services = static_cast<double>(state.range(0));
+    std::vector<timed<part>> parts;
     for (std::uint16_t service = 0; service < state.range(0); ++service) {
         for (unsigned number = 0; number < 2; ++number)
-            made.push_back(present_following(service, number));
-        for (unsigned table = 0; table < schedule_tables; ++table)
-            for (unsigned segment = 0; segment < segments_per_table; ++segment)
-                made.push_back(schedule(service, table, segment));
+            parts.push_back({seconds_of_present(service, services), {service, false, number}});
+        for (unsigned segment = 0; segment < schedule_tables * segments_per_table; ++segment)
+            parts.push_back(
+                {seconds_of_schedule(segment / 8, service, services), {service, true, segment}});
     }
-    put_in_order(made, state.range(1));
+    std::vector<section> made;
+    made.reserve(parts.size());
+    for (const part &each : in_order(std::move(parts), state.range(1)))
+        made.push_back(make_part(each));
     return made;
 }
 
@@ -276,8 +325,8 @@ struct question {
     std::uint16_t event;
 };
 
-// The name of each event in turn. An event in the middle of the schedule is found behind half of
-// its service's sections, the present one in the first of them.
+// The name of each event in turn, services in the order in which they are on air. An event in the
+// middle of the schedule is found behind half of its service's sections.
 void event_name(benchmark::State &state, unsigned events, std::uint8_t banner)
 {
     empty_store();
@@ -288,11 +337,14 @@ void event_name(benchmark::State &state, unsigned events, std::uint8_t banner)
     }
     if (!holds(state))
         return;
-    std::vector<question> questions;
+    const auto services = static_cast<double>(state.range(0));
+    std::vector<timed<question>> each;
     for (std::uint16_t service = 0; service < state.range(0); ++service)
         for (std::uint16_t event = 0; event < events; ++event)
-            questions.push_back({service, event});
-    put_in_order(questions, state.range(1));
+            each.push_back(
+                {event + service / services,
+                 {service, static_cast<std::uint16_t>((event + 31 * service) % events)}});
+    const std::vector<question> questions = in_order(std::move(each), state.range(1));
     std::size_t next = 0;
     for (auto _ : state) {
         const question asked = questions[next];
@@ -320,7 +372,8 @@ void name_of_schedule_event(benchmark::State &state)
 
 void sizes(benchmark::internal::Benchmark *of)
 {
-    of->ArgNames({"services", "scattered"})->ArgsProduct({{10, 100, 1000}, {carousel, scattered}});
+    of->ArgNames({"services", "order"})
+        ->ArgsProduct({{10, 100, 1000}, {carousel, by_day, scattered}});
 }
 
 BENCHMARK(heap_per_section)->Apply(sizes)->Iterations(1);

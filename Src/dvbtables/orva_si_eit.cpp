@@ -15,17 +15,16 @@ constexpr std::uint8_t preferred_name_identifier = 0x85; // private, DTG D-Book
 
 auto schedule_only(site here)
 {
-    return [here](const SiEitSection &stored) {
-        const std::uint8_t table_id = received_table_id(stored);
-        if (is_banner(table_id))
+    return [here](const section_summary &known) {
+        if (is_banner(known.received_table_id))
             SI_LOG_AT(here, level::trace, "ingore the banner eit table\n");
-        return is_schedule(table_id);
+        return is_schedule(known.received_table_id);
     };
 }
 
-bool banner_only(const SiEitSection &stored)
+bool banner_only(const section_summary &known)
 {
-    return is_banner(received_table_id(stored));
+    return is_banner(known.received_table_id);
 }
 
 // The store keeps other multiplexes under the table_ids of the tuned one.
@@ -43,12 +42,12 @@ static_assert(stored_table_id(0x4F) == 0x4E && stored_table_id(0x6F) == 0x5F &&
 
 auto one_section(site here, std::uint32_t table_id, std::uint32_t section_number)
 {
-    return [=](const SiEitSection &stored) {
-        if (stored.table_id != stored_table_id(table_id)) {
+    return [=](const section_summary &known) {
+        if (known.table_id != stored_table_id(table_id)) {
             SI_LOG_AT(here, level::trace, "ingore the wrong eit table\n");
             return false;
         }
-        if (stored.section_number != static_cast<std::uint8_t>(section_number)) {
+        if (known.section_number != static_cast<std::uint8_t>(section_number)) {
             SI_LOG_AT(here, level::trace, "ingore the wrong section number\n");
             return false;
         }

@@ -48,19 +48,14 @@ constexpr bool is_schedule(std::uint8_t table_id)
     return table_id >= tid_eit_schedule_actual && table_id <= tid_eit_last;
 }
 
-// The table_id as received: the stored record's own does not tell actual from other.
-inline std::uint8_t received_table_id(const SiEitSection &stored)
-{
-    return stored.section[0];
-}
-
-// The sections that the caller's choice means.
+// The sections that the caller's choice means. By the table_id as received: the stored record's own
+// does not tell actual from other.
 inline auto chosen_by(site here, std::uint8_t bisbanner)
 {
     SI_LOG_AT(here, level::trace, "invoked bisbanner = %d\n", bisbanner);
-    return [bisbanner](const SiEitSection &stored) {
-        const std::uint8_t table_id = received_table_id(stored);
-        return bisbanner != 0 ? is_banner(table_id) : is_schedule(table_id);
+    return [bisbanner](const section_summary &known) {
+        return bisbanner != 0 ? is_banner(known.received_table_id)
+                              : is_schedule(known.received_table_id);
     };
 }
 

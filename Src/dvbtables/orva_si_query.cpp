@@ -51,13 +51,6 @@ const SiEitService *find_service(site here, const service_key &key, int &walked)
     return nullptr;
 }
 
-// Holds as many bytes as its section_length says, neither fewer nor more.
-bool is_whole(const SiEitSection &stored)
-{
-    return stored.sect_len >= section_header_bytes &&
-           stored.sect_len == section_size(stored.section);
-}
-
 // By position, because a missing record is traced and not just passed over.
 template <class Record, class Visit>
 step walk_records(site here, si_list *records, Visit visit)
@@ -71,6 +64,19 @@ step walk_records(site here, si_list *records, Visit visit)
         if (const step answer = visit(*record); answer != step::next)
             return answer;
     }
+    return step::next;
+}
+
+step walk_event_sections(site here, si_list *sections, event_visitor visit) SI_NEEDS(eit)
+{
+    const service_summary kept = fitting_summary(sections);
+    if (kept.empty() || log_enabled(level::trace))
+        return walk_records<SiEitSection>(here, sections, [&](const SiEitSection &stored) {
+            return is_whole(stored) ? visit(summary_of(stored), stored) : step::next;
+        });
+    for (std::size_t at = 0; at < kept.known.size(); ++at)
+        if (const step answer = visit(kept.known[at], *kept.record[at]); answer != step::next)
+            return answer;
     return step::next;
 }
 
@@ -113,10 +119,7 @@ step walk_events(site here, const service_key &key, event_visitor visit)
     if (const SiEitService *service = find_service(here, key, walked)) {
         SI_LOG_AT(here, level::trace, "found the service entry and the secion counts = %d\n",
                   service->sections != nullptr ? service->sections->nb_elt : 0);
-        const step answer =
-            walk_records<SiEitSection>(here, service->sections, [&](const SiEitSection &stored) {
-                return is_whole(stored) ? visit(stored) : step::next;
-            });
+        const step answer = walk_event_sections(here, service->sections, visit);
         if (answer != step::next)
             return answer;
     }

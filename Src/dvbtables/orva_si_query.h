@@ -12,6 +12,7 @@
 #include "orva_si/store.h"
 #include "orva_si_bytes.h"
 #include "orva_si_codec.h"
+#include "orva_si_eitsummary.h"
 #include "orva_si_lock.h"
 #include "orva_si_log.h"
 #include "orva_si_siids.h"
@@ -102,24 +103,25 @@ concept list_end = requires(const E &e)
 
 // A reference to what is to be done with each stored section, so that a walk is compiled once for
 // all getters.
-template <class Stored>
+template <class... Stored>
 class store_visitor {
 public:
     template <class Visit>
     explicit store_visitor(Visit &visit)
-        : object{&visit}, call{[](void *of, Stored stored) {
-              return (*static_cast<Visit *>(of))(stored);
+        : object{&visit}, call{[](void *of, Stored... stored) {
+              return (*static_cast<Visit *>(of))(stored...);
           }}
     {
     }
-    step operator()(Stored stored) const { return call(object, stored); }
+    step operator()(Stored... stored) const { return call(object, stored...); }
 
 private:
     void *object;
-    step (*call)(void *, Stored);
+    step (*call)(void *, Stored...);
 };
 using section_visitor = store_visitor<const std::uint8_t *>;
-using event_visitor = store_visitor<const SiEitSection &>;
+// What is known of a section, by which alone it may be passed over, and the section.
+using event_visitor = store_visitor<const section_summary &, const SiEitSection &>;
 
 // Visits the stored sections of one list, in the order of their arrival.
 step walk_sections(site here, si_list *sections, section_visitor visit);
@@ -134,7 +136,8 @@ struct service_key {
     std::uint16_t service_id;
 };
 
-// Visits the stored sections of a service, complete or not, in the order of their arrival.
+// Visits the stored sections of a service, complete or not, in the order of their arrival. Without
+// the trace those that are not whole are visited too.
 step walk_events(site here, const service_key &key, event_visitor visit) SI_NEEDS(eit);
 
 // ---- How sections are opened
@@ -212,6 +215,13 @@ std::uint32_t query_bytes(site here, const SiTableKey &key, const End &end, Visi
     return conclude(here, walk_tables(here, key, section_visitor{opened}), end);
 }
 
+// Holds as many bytes as its section_length says, neither fewer nor more.
+inline bool is_whole(const SiEitSection &stored)
+{
+    return stored.section != nullptr && stored.sect_len >= section_header_bytes &&
+           stored.sect_len == section_size(stored.section);
+}
+
 // How many elements the caller has room for.
 template <class End>
 int room_of(const End &end)
@@ -222,7 +232,8 @@ int room_of(const End &end)
         return 1;
 }
 
-// Asks the decoded sections of a service's events, of those that are wanted.
+// Asks the decoded sections of a service's events, of those that are wanted for what is known of
+// them.
 template <class End, class Wanted, class Visit>
 std::uint32_t query_events(site here, const service_key &key, const End &end, Wanted wanted,
                            Visit visit)
@@ -232,8 +243,11 @@ std::uint32_t query_events(site here, const service_key &key, const End &end, Wa
     auto opened = decoding<eit_codec, largest_section>(visit, [here] {
         SI_LOG_AT(here, level::trace, "@@@@@@@@@@@@@@@@@@@@@@@@ eit_section == NULL\n");
     });
-    auto asked = [&](const SiEitSection &stored) {
-        return wanted(stored) ? opened(stored.section) : step::next;
+    // What is wanted is looked at once more: a client may have written into it.
+    auto asked = [&](const section_summary &known, const SiEitSection &stored) {
+        return wanted(known) && is_whole(stored) && wanted(summary_of(stored))
+                   ? opened(stored.section)
+                   : step::next;
     };
     const scope_lock lock{eit, here};
     if (!lock.held) {

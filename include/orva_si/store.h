@@ -71,7 +71,8 @@ typedef struct SiEitService {
     si_list *sections; /**< SiEitSection, in order of arrival */
 } SiEitService;
 
-/** One section of events (EN 300 468, 5.2.4). */
+/** One section of events (EN 300 468, 5.2.4). A client with the lock may add and take out elements
+ * of the list, but does not write into those of the store. */
 typedef struct SiEitSection {
     uint16_t table_id; /**< folded: 0x4E present/following, 0x50-0x5F schedule, also of other
                           multiplexes */
@@ -261,7 +262,7 @@ ORVA_SI_API int32_t find_section(const void *record, const void *stored);
  * Stores a section of events or replaces the one it follows, lets its filter wait for the next
  * version when its table is complete, and tells the client of a new or changed section once the
  * lock is given up; the client hears of a new one even when memory or the limits of 8,192 services
- * and 64 MiB were exhausted. Takes Ts_Eit_Mutex.
+ * and 128 MiB were exhausted. Takes Ts_Eit_Mutex.
  *
  * @param table_id  folded, as in SiEitSection
  * @param sect_len  readable bytes at section

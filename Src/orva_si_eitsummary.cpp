@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "orva_si_eitsummary.h"
+
+#include <algorithm>
+
+#include "orva_si_alloc.h"
+
+namespace si {
+
+namespace {
+
+static_assert(sizeof(section_summary) == 8);
+
+// In one piece of memory: this, what is known of each section, and their records.
+struct summary_memory : list_companion {
+    std::uint64_t changes; // of the list when the summary fitted it last
+    std::uint32_t count;
+    std::uint32_t capacity;
+};
+constexpr std::size_t bytes_of_one = sizeof(section_summary) + sizeof(SiEitSection *);
+static_assert(sizeof(summary_memory) % alignof(section_summary) == 0 &&
+              sizeof(summary_memory) % alignof(SiEitSection *) == 0 &&
+              sizeof(section_summary) % alignof(SiEitSection *) == 0);
+
+section_summary *known(summary_memory *of)
+{
+    return reinterpret_cast<section_summary *>(of + 1);
+}
+
+SiEitSection **records(summary_memory *of)
+{
+    return reinterpret_cast<SiEitSection **>(known(of) + of->capacity);
+}
+
+summary_memory *kept_beside(const si_list *sections)
+{
+    return static_cast<summary_memory *>(companion_of(sections));
+}
+
+summary_memory *allocate_summary(std::size_t capacity)
+{
+    const std::size_t size = sizeof(summary_memory) + capacity * bytes_of_one;
+    void *memory = allocate(size);
+    if (memory == nullptr)
+        return nullptr;
+    return new (memory) summary_memory{{size}, 0, 0, static_cast<std::uint32_t>(capacity)};
+}
+
+void put(summary_memory *to, SiEitSection *record, const section_summary &what)
+{
+    records(to)[to->count] = record;
+    known(to)[to->count] = what;
+    ++to->count;
+}
+
+// Few steps, for GLib keeps the small blocks that are grown out of: present and following alone,
+// the first day of the schedule too, then a few days each.
+std::size_t capacity_for(std::size_t count)
+{
+    if (count < 4)
+        return 4;
+    if (count < 16)
+        return 16;
+    return count + std::max<std::size_t>(24, count / 4);
+}
+
+// The summary with room for one more; null without memory, the old one being freed.
+summary_memory *grown(si_list *sections, summary_memory *from)
+{
+    if (from->count < from->capacity)
+        return from;
+    summary_memory *made = allocate_summary(capacity_for(from->count));
+    if (made != nullptr) {
+        made->changes = from->changes;
+        made->count = from->count;
+        std::copy_n(records(from), from->count, records(made));
+        std::copy_n(known(from), from->count, known(made));
+    }
+    keep_companion(sections, made);
+    return made;
+}
+
+// A fresh summary of what stands in the list; null without memory.
+summary_memory *rebuilt(si_list *sections)
+{
+    summary_memory *made = kept_beside(sections);
+    const auto count = static_cast<std::size_t>(sections->nb_elt);
+    if (made == nullptr || made->capacity < count) {
+        made = allocate_summary(capacity_for(count));
+        keep_companion(sections, made);
+    }
+    if (made == nullptr)
+        return nullptr;
+    made->count = 0;
+    for (SiEitSection &stored : elements<SiEitSection>(sections))
+        put(made, &stored, summary_of(stored));
+    made->changes = list_changes(sections);
+    return made;
+}
+
+service_summary view_of(summary_memory *of)
+{
+    if (of == nullptr)
+        return {};
+    return {{known(of), of->count}, records(of)};
+}
+
+bool fits(const si_list *sections, const summary_memory *kept)
+{
+    return kept != nullptr && kept->changes == list_changes(sections);
+}
+
+} // namespace
+
+service_summary fitting_summary(const si_list *sections)
+{
+    if (sections == nullptr)
+        return {};
+    summary_memory *kept = kept_beside(sections);
+    return view_of(fits(sections, kept) ? kept : nullptr);
+}
+
+service_summary ready_summary(si_list *sections)
+{
+    if (sections == nullptr || sections->nb_elt <= 0)
+        return {};
+    summary_memory *kept = kept_beside(sections);
+    return view_of(fits(sections, kept) ? kept : rebuilt(sections));
+}
+
+void summary_appended(si_list *sections, SiEitSection *appended)
+{
+    summary_memory *kept = kept_beside(sections);
+    if (kept == nullptr || kept->changes + 1 != list_changes(sections)) {
+        ready_summary(sections);
+        return;
+    }
+    kept = grown(sections, kept);
+    if (kept == nullptr)
+        return;
+    put(kept, appended, summary_of(*appended));
+    ++kept->changes;
+}
+
+void summary_replaced(si_list *sections, const SiEitSection *stored)
+{
+    summary_memory *kept = kept_beside(sections);
+    if (!fits(sections, kept))
+        return;
+    SiEitSection **const first = records(kept);
+    SiEitSection **const end = first + kept->count;
+    SiEitSection **const found = std::find(first, end, stored);
+    if (found != end)
+        known(kept)[found - first] = summary_of(*stored);
+}
+
+void forget_summary(si_list *sections)
+{
+    keep_companion(sections, nullptr);
+}
+
+} // namespace si
