@@ -9,27 +9,26 @@ namespace si {
 
 namespace {
 
-static_assert(sizeof(section_summary) == 8);
+static_assert(sizeof(section_summary) == 12);
 
-// In one piece of memory: this, what is known of each section, and their records.
+// In one piece of memory: this, the records of the sections, and what is known of each.
 struct summary_memory : list_companion {
     std::uint64_t changes; // of the list when the summary fitted it last
     std::uint32_t count;
     std::uint32_t capacity;
 };
 constexpr std::size_t bytes_of_one = sizeof(section_summary) + sizeof(SiEitSection *);
-static_assert(sizeof(summary_memory) % alignof(section_summary) == 0 &&
-              sizeof(summary_memory) % alignof(SiEitSection *) == 0 &&
-              sizeof(section_summary) % alignof(SiEitSection *) == 0);
-
-section_summary *known(summary_memory *of)
-{
-    return reinterpret_cast<section_summary *>(of + 1);
-}
+static_assert(sizeof(summary_memory) % alignof(SiEitSection *) == 0 &&
+              sizeof(SiEitSection *) % alignof(section_summary) == 0);
 
 SiEitSection **records(summary_memory *of)
 {
-    return reinterpret_cast<SiEitSection **>(known(of) + of->capacity);
+    return reinterpret_cast<SiEitSection **>(of + 1);
+}
+
+section_summary *known(summary_memory *of)
+{
+    return reinterpret_cast<section_summary *>(records(of) + of->capacity);
 }
 
 summary_memory *kept_beside(const si_list *sections)
@@ -152,11 +151,6 @@ void summary_replaced(si_list *sections, const SiEitSection *stored)
     SiEitSection **const found = std::find(first, end, stored);
     if (found != end)
         known(kept)[found - first] = summary_of(*stored);
-}
-
-void forget_summary(si_list *sections)
-{
-    keep_companion(sections, nullptr);
 }
 
 } // namespace si

@@ -4,8 +4,7 @@
 // sections and freed with it.
 //
 // The list stays the truth: once a client added or took out elements itself, the summary no longer
-// fits and is built anew from the list. What a client writes into a record or its bytes is noticed
-// when that section is looked at itself.
+// fits and is built anew from the list. No client writes into a record of the store.
 #ifndef SRC_ORVA_SI_EITSUMMARY_H
 #define SRC_ORVA_SI_EITSUMMARY_H
 
@@ -22,14 +21,13 @@ namespace si {
 
 // Bytes that the section is too short to have are 0.
 struct section_summary {
+    std::uint32_t crc;      // CRC_32
     std::uint16_t table_id; // of the record: folded
     std::uint8_t section_number;
     std::uint8_t received_table_id;
     std::uint8_t version;
     std::uint8_t last_section_number;
     bool held; // there are bytes
-
-    bool operator==(const section_summary &) const = default;
 };
 
 inline std::uint8_t byte_at(bytes section, std::size_t at)
@@ -42,10 +40,19 @@ inline bytes bytes_of(const SiEitSection &stored)
     return {stored.section, stored.section != nullptr ? stored.sect_len : 0u};
 }
 
+// The CRC_32 field; 0 for a section whose section_length reaches past its bytes.
+inline std::uint32_t crc_of(bytes section)
+{
+    const bool whole =
+        section.size() >= section_header_bytes && section_size(section.data()) <= section.size();
+    return whole ? crc_field(section.data()) : 0;
+}
+
 inline section_summary summary_of(const SiEitSection &stored)
 {
     const bytes section = bytes_of(stored);
-    return {.table_id = stored.table_id,
+    return {.crc = crc_of(section),
+            .table_id = stored.table_id,
             .section_number = stored.section_number,
             .received_table_id = byte_at(section, 0),
             .version = version_of(byte_at(section, 5)),
@@ -71,8 +78,6 @@ service_summary ready_summary(si_list *sections);
 void summary_appended(si_list *sections, SiEitSection *appended);
 // A record of the list has other bytes now.
 void summary_replaced(si_list *sections, const SiEitSection *stored);
-// A client wrote into a record: what is known of the list is no longer believed.
-void forget_summary(si_list *sections);
 
 // Shows what is known of each section to a visitor, in order, until it answers true. The list must
 // not change meanwhile.

@@ -46,22 +46,6 @@ struct eit_arrival {
     bytes section;
 };
 
-// 0 for a section whose section_length reaches past its bytes.
-std::uint32_t crc_of(bytes section)
-{
-    const bool whole =
-        section.size() >= section_header_bytes && section_size(section.data()) <= section.size();
-    return whole ? crc_field(section.data()) : 0;
-}
-
-// The CRC_32 of a large section lies in memory that its header does not bring along: both are
-// waited for at once.
-void expect_crc(const SiEitSection &stored)
-{
-    if (stored.section != nullptr && stored.sect_len >= section_header_bytes)
-        __builtin_prefetch(stored.section + stored.sect_len - section_header_bytes);
-}
-
 // What the client is told once the lock is given up.
 enum class news { none, first, changed };
 
@@ -110,22 +94,15 @@ SiEitSection *find_changed(SiEitService &service, const eit_arrival &in, bool &r
 {
     const std::uint32_t crc = crc_of(in.section);
     SiEitSection *changed = nullptr;
-    bool outdated = false;
-    repeated = false;
     each_section(service.sections, [&](const section_summary &known, SiEitSection &stored) {
         if (known.table_id != in.table_id || known.section_number != in.section_number)
             return false;
-        expect_crc(stored);
-        outdated = known != summary_of(stored);
-        const bool same = stored.section != nullptr && crc_of(bytes_of(stored)) == crc;
+        const bool same = known.held && known.crc == crc;
         repeated = repeated || same;
         changed = same ? nullptr : &stored;
-        return outdated || !same;
+        return !same;
     });
-    if (!outdated)
-        return changed;
-    forget_summary(service.sections);
-    return find_changed(service, in, repeated);
+    return changed;
 }
 
 void release_bytes(SiEitSection &stored) SI_NEEDS(eit)

@@ -243,11 +243,8 @@ std::uint32_t query_events(site here, const service_key &key, const End &end, Wa
     auto opened = decoding<eit_codec, largest_section>(visit, [here] {
         SI_LOG_AT(here, level::trace, "@@@@@@@@@@@@@@@@@@@@@@@@ eit_section == NULL\n");
     });
-    // What is wanted is looked at once more: a client may have written into it.
     auto asked = [&](const section_summary &known, const SiEitSection &stored) {
-        return wanted(known) && is_whole(stored) && wanted(summary_of(stored))
-                   ? opened(stored.section)
-                   : step::next;
+        return wanted(known) && is_whole(stored) ? opened(stored.section) : step::next;
     };
     const scope_lock lock{eit, here};
     if (!lock.held) {
