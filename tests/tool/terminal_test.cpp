@@ -7,9 +7,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <thread>
 
 #include "terminal.h"
 
@@ -79,10 +81,22 @@ TEST(ProgressLine, SecondSignalLeavesNothingBehindEither)
         tool::progress_line progress{true};
         progress.show("half-way");
         raise(SIGINT);
+        std::this_thread::sleep_for(std::chrono::milliseconds{250});
         raise(SIGINT);
     });
     EXPECT_THAT(result.text, EndsWith("half-way\033[K\r\033[K"));
     EXPECT_EQ(result.status, 128 + SIGINT);
+}
+
+// As timeout(1) sends them: to the process and to its group.
+TEST(EndingSignal, TwoAtOnceAreOne)
+{
+    const shown result = on_terminal(80, [] {
+        tool::handle_signals();
+        raise(SIGTERM);
+        raise(SIGTERM);
+    });
+    EXPECT_EQ(result.status, 0);
 }
 
 TEST(ProgressLine, IsShownOnlyWhereWanted)

@@ -8,9 +8,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <limits>
 #include <optional>
 
@@ -27,10 +29,25 @@ std::atomic<int> first_signal{0};
 std::atomic<bool> line_shown{false}; // by a progress_line
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
+std::int64_t milliseconds_now()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+// timeout(1) signals its child and then the child's group: what comes at once is one wish.
+constexpr std::int64_t same_wish_ms = 200;
+std::atomic<std::int64_t> first_signal_ms{0};
+static_assert(std::atomic<std::int64_t>::is_always_lock_free);
+
 extern "C" void on_ending_signal(int number)
 {
     int none = 0;
-    if (first_signal.compare_exchange_strong(none, number))
+    std::int64_t never = 0;
+    const std::int64_t now = milliseconds_now();
+    first_signal_ms.compare_exchange_strong(never, now);
+    if (first_signal.compare_exchange_strong(none, number) || now - first_signal_ms < same_wish_ms)
         return;
     if (line_shown) // whether that can be written does not matter any more
         static_cast<void>(!write(STDERR_FILENO, empty_line, sizeof empty_line - 1));
