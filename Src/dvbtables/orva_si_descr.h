@@ -99,6 +99,15 @@ struct linkage {
 // Empty for another descriptor, and for one that is too short for what its linkage_type asks for.
 std::optional<linkage> read_linkage(const descriptor &d);
 
+// Field by field: the padding behind them stays the caller's.
+inline void copy_linkage(SiLinkage &to, const SiLinkage &from)
+{
+    to.transport_stream_id = from.transport_stream_id;
+    to.original_network_id = from.original_network_id;
+    to.service_id = from.service_id;
+    to.linkage_type = from.linkage_type;
+}
+
 // ---- Regions (EN 300 468, 6.4: extension descriptors). An entry that does not fit ends its
 // descriptor.
 

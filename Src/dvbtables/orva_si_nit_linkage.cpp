@@ -47,7 +47,7 @@ step ask_software_updates(dvb_nit_section &nit, Question question)
 
 bool put_linkage(site here, const many<SiLinkage> &list, const SiLinkage &to)
 {
-    if (!list.put(to))
+    if (!list.put([&](SiLinkage &record) { copy_linkage(record, to); }))
         return false;
     SI_LOG_AT(here, level::trace, "ts_id = %#4x, on_id = %#4x, service_id = %#4x, type = %#2x\n",
               to.transport_stream_id, to.original_network_id, to.service_id, to.linkage_type);

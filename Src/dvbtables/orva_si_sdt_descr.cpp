@@ -123,7 +123,7 @@ std::uint32_t linkage_of(site here, const SiTableKey &key, std::uint32_t sid, Si
     return ask_service(here, key, sid, [&](dvb_sdt_service &service) {
         for (const descriptor &d : descriptors(service))
             if (const auto found = read_linkage(d)) {
-                to = found->to;
+                copy_linkage(to, found->to);
                 return true;
             }
         return false;
