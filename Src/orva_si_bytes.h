@@ -36,6 +36,12 @@ constexpr std::uint32_t be32(std::span<const std::uint8_t, 4> b)
     return static_cast<std::uint32_t>(b[0]) << 24 | be24(b.last<3>());
 }
 
+// Identifiers travel as 32 bits, of which the low 16 count.
+constexpr std::uint16_t low16(std::uint32_t id)
+{
+    return static_cast<std::uint16_t>(id);
+}
+
 // Two BCD digits; digits above 9 count as they stand.
 constexpr unsigned from_bcd(unsigned byte)
 {

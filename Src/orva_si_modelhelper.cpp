@@ -45,11 +45,6 @@ std::uint32_t fold_crcs(site here, const SiTableKey &key, std::uint32_t &crc)
     return ORVA_SI_OK;
 }
 
-constexpr std::uint16_t low16(std::uint32_t id)
-{
-    return static_cast<std::uint16_t>(id);
-}
-
 } // namespace
 
 } // namespace si

@@ -7,6 +7,7 @@
 #include <iterator>
 
 #include "orva_si/readiness.h"
+#include "orva_si_bytes.h"
 #include "orva_si_sectflt.h"
 #include "orva_si_siids.h"
 
@@ -75,16 +76,6 @@ inline const eit_kind *kind_of(std::uint32_t table_id)
     const auto *found =
         std::ranges::find_if(kinds, [&](const eit_kind *kind) { return kind->task == task; });
     return found == std::end(kinds) ? nullptr : *found;
-}
-
-constexpr bool is_schedule(std::uint8_t table_id)
-{
-    return table_id >= tid_eit_schedule_actual;
-}
-
-constexpr std::uint16_t low16(std::uint32_t id)
-{
-    return static_cast<std::uint16_t>(id & 0xFFFF);
 }
 
 } // namespace si

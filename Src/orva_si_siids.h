@@ -34,6 +34,12 @@ inline constexpr std::uint8_t tid_eit_last = 0x6F;
 inline constexpr std::uint8_t tid_tdt = 0x70;
 inline constexpr std::uint8_t tid_tot = 0x73;
 
+// Events to come, of this multiplex or another.
+constexpr bool is_schedule(std::uint8_t table_id)
+{
+    return table_id >= tid_eit_schedule_actual && table_id <= tid_eit_last;
+}
+
 } // namespace si
 
 #endif

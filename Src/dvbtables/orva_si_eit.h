@@ -43,11 +43,6 @@ constexpr bool is_banner(std::uint8_t table_id)
     return table_id == tid_eit_pf_actual || table_id == tid_eit_pf_other;
 }
 
-constexpr bool is_schedule(std::uint8_t table_id)
-{
-    return table_id >= tid_eit_schedule_actual && table_id <= tid_eit_last;
-}
-
 // The sections that the caller's choice means. By the table_id as received: the stored record's own
 // does not tell actual from other.
 inline auto chosen_by(site here, std::uint8_t bisbanner)

@@ -27,12 +27,6 @@ enum class step {
     full,       // the caller's memory is full
 };
 
-// Identifiers travel as 32 bits, of which the low 16 count.
-constexpr std::uint16_t low16(std::uint32_t id)
-{
-    return static_cast<std::uint16_t>(id);
-}
-
 // Whether a section that carries this original_network_id is of the network asked for, which no key
 // of a table names; the trace tells.
 bool is_of_network(site here, std::uint16_t original_network_id, std::uint32_t onid);
