@@ -117,6 +117,11 @@ std::uint32_t language_of(site here, bytes code)
     return language;
 }
 
+bool put_language(site here, const many<std::uint32_t> &list, bytes code)
+{
+    return list.put([&](std::uint32_t &language) { language = language_of(here, code); });
+}
+
 // By hand: libucsi's codec writes behind the descriptor when its inner lengths are wrong.
 std::optional<linkage> read_linkage(const descriptor &d)
 {

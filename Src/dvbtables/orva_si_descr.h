@@ -50,6 +50,8 @@ void copy_code(char (&to)[4], bytes code);
 
 // The client's number of a language; 0 without a language function.
 std::uint32_t language_of(site here, bytes code);
+// Appends it; the client is asked only where there is room.
+bool put_language(site here, const many<std::uint32_t> &list, bytes code);
 
 // ---- Private descriptors: they count only behind a private_data_specifier_descriptor (EN 300 468,
 // 6.2.31) in the same loop

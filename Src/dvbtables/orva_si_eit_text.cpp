@@ -25,9 +25,7 @@ std::uint32_t languages_of(site here, const event_key &key, const many<std::uint
 {
     return each_descriptor(here, key, list, [&](descriptor &d) {
         const Kind *text = as<Kind>(d);
-        return text == nullptr || list.put([&](std::uint32_t &language) {
-            language = language_of(here, text->language_code);
-        });
+        return text == nullptr || put_language(here, list, text->language_code);
     });
 }
 

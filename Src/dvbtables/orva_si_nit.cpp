@@ -78,9 +78,7 @@ uint32_t Orva_Si_GetMultiNetworkNameLangList(uint32_t nid, uint32_t *langlist, u
     const site here = SI_HERE;
     const many list{langlist, pcount};
     return ask_names(here, nid, list, [&](const dvb_multilingual_network_name &name) {
-        const bool put =
-            list.put([&](std::uint32_t &id) { id = language_of(here, name.language_code); });
-        return put ? step::next : step::full;
+        return put_language(here, list, name.language_code) ? step::next : step::full;
     });
 }
 

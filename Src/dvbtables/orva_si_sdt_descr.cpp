@@ -427,8 +427,6 @@ uint32_t Orva_Si_GetPfNameLangList(uint32_t onid, uint32_t ts, uint32_t sid, uin
     const site here = SI_HERE;
     const many list{langidlist, pcount};
     return preferred_names_of(here, onid, ts, sid, list, [&](const preferred_names &names) {
-        const bool put =
-            list.put([&](std::uint32_t &id) { id = language_of(here, names.language); });
-        return put ? step::next : step::full;
+        return put_language(here, list, names.language) ? step::next : step::full;
     });
 }
