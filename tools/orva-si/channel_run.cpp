@@ -38,21 +38,12 @@ std::optional<channel_end> judge(const event_channel &channel, const OrvaDemuxSt
 
 } // namespace
 
-std::string reading_text(const OrvaDemuxStatus &status)
-{
-    if (status.state != ORVA_DEMUX_READING || status.input_bytes == 0)
-        return "";
-    return "read " + std::to_string(status.bytes * 100 / status.input_bytes) + " %, ";
-}
-
 channel_run run_channel(const session &input, const options &chosen, const channel_hooks &hooks)
 {
     constexpr auto step_interval = 5ms;
-    // The log of the library and a line that overwrites itself do not go together.
-    constexpr std::uint32_t talkative = 3;
     const clock::time_point end = end_of_time(chosen);
     event_channel channel{input, chosen, hooks.awaits_programs};
-    progress_line progress{hooks.progress && !chosen.quiet && chosen.log_level < talkative};
+    progress_line progress{hooks.progress && wants_progress(chosen)};
     std::optional<channel_end> how;
     while (true) {
         const OrvaDemuxStatus status = input.status();

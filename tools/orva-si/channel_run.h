@@ -37,9 +37,6 @@ struct channel_hooks {
 // signal comes. The library's stores are left as they are then.
 channel_run run_channel(const session &input, const options &chosen, const channel_hooks &hooks);
 
-// How far the input was read, for the beginning of a progress line.
-std::string reading_text(const OrvaDemuxStatus &status);
-
 } // namespace tool
 
 #endif

@@ -296,8 +296,8 @@ bool event_channel::look_for_later_tables()
 }
 
 // Whether all turns since the last news brought nothing. Filters of a table that the library holds
-// for complete while sections are missing never come to rest: each turn brings them one section of
-// each sub-table, among what the other filters are given anew every second.
+// for complete while sections are missing never come to rest: each turn brings them sections of it
+// again, among what the other filters are given anew every second.
 bool event_channel::has_gone_round(const OrvaDemuxStatus &status) const
 {
     if (quiet_turns >= turns_needed)

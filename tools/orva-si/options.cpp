@@ -239,6 +239,12 @@ decision decide(std::span<const command> commands, int argc, const char *const *
     return made;
 }
 
+bool wants_progress(const options &chosen)
+{
+    constexpr std::uint32_t talkative = 3;
+    return !chosen.quiet && chosen.log_level < talkative;
+}
+
 std::string input_name(const std::string &input)
 {
     return input == "-" ? "standard input" : one_line(input);

@@ -70,6 +70,10 @@ struct decision {
 
 decision decide(std::span<const command> commands, int argc, const char *const *argv);
 
+// Whether a line that overwrites itself may be shown; with the log of the library it does not go
+// together.
+bool wants_progress(const options &chosen);
+
 // Names an input for messages and results: "standard input" for "-".
 std::string input_name(const std::string &input);
 

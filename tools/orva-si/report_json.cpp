@@ -1,35 +1,11 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include <array>
 
+#include "json_values.h"
 #include "report.h"
 
 namespace tool {
 namespace {
-
-using json = nlohmann::ordered_json;
-
-// Null for what was not found.
-template <class T>
-json value(const std::optional<T> &known)
-{
-    return known ? json(*known) : json{};
-}
-
-void set_name(json &into, const std::optional<label> &name)
-{
-    into["name"] = name ? json(name->text) : json{};
-    into["name_raw"] = name ? json(name->raw) : json{};
-}
-
-// A list, each item as told makes it; an empty array for none.
-template <class Items, class Tell>
-json list(const Items &items, Tell tell)
-{
-    json all = json::array();
-    for (const auto &item : items)
-        all.push_back(tell(item));
-    return all;
-}
 
 json listed(const listed_service &service)
 {
@@ -65,7 +41,7 @@ json one_region(const region &of)
 json network_name(const language_name &of)
 {
     json told{{"language", of.language}};
-    set_name(told, of.name);
+    set_text(told, "name", of.name);
     return told;
 }
 
@@ -81,7 +57,7 @@ json number(const channel_number &of)
 {
     return {{"service_id", of.service_id}, {"lcn", of.lcn},
             {"visible", of.visible},       {"private_data_specifier", of.specifier},
-            {"specifier_sent", of.sent},   {"channel_list_id", value(of.list)}};
+            {"specifier_sent", of.sent},   {"channel_list_id", value_or_null(of.list)}};
 }
 
 json channel_lists(const transport_stream &of)
@@ -90,7 +66,7 @@ json channel_lists(const transport_stream &of)
     for (std::size_t i = 0; i < of.in_nit.lists.size() && i < of.list_names.size(); ++i) {
         json told{{"channel_list_id", of.in_nit.lists[i].id},
                   {"country_code", of.in_nit.lists[i].country}};
-        set_name(told, of.list_names[i]);
+        set_text(told, "name", of.list_names[i]);
         all.push_back(std::move(told));
     }
     return all;
@@ -99,32 +75,31 @@ json channel_lists(const transport_stream &of)
 json stream(const transport_stream &of)
 {
     const network_stream &described = of.in_nit;
-    return {
-        {"transport_stream_id", described.transport_stream_id},
-        {"original_network_id", described.original_network_id},
-        {"services", list(of.services, listed)},
-        {"delivery", described.delivered ? described.delivered->fields : json::object()},
-        {"lcn", list(described.numbers, number)},
-        {"channel_lists", channel_lists(of)},
-        {"frequencies",
-         list(of.frequencies,
-              [](const frequency &f) -> json {
-                  return {{"coding_type", f.coding_type}, {"centre_frequency_Hz", value(f.hertz)}};
-              })},
-        {"target_regions", list(of.regions, one_region)}};
+    return {{"transport_stream_id", described.transport_stream_id},
+            {"original_network_id", described.original_network_id},
+            {"services", array_of(of.services, listed)},
+            {"delivery", described.delivered ? described.delivered->fields : json::object()},
+            {"lcn", array_of(described.numbers, number)},
+            {"channel_lists", channel_lists(of)},
+            {"frequencies", array_of(of.frequencies,
+                                     [](const frequency &f) -> json {
+                                         return {{"coding_type", f.coding_type},
+                                                 {"centre_frequency_Hz", value_or_null(f.hertz)}};
+                                     })},
+            {"target_regions", array_of(of.regions, one_region)}};
 }
 
 json one_network(const network &of)
 {
     json told{{"network_id", of.network_id}, {"actual", of.actual}};
-    set_name(told, of.name);
-    told["transport_streams"] = list(of.streams, stream);
-    told["names"] = list(of.names, network_name);
-    told["linkage"] = list(of.linkages, one_linkage);
-    told["target_regions"] = list(of.regions, one_region);
-    told["target_region_names"] = list(of.region_names, [](const label &name) {
+    set_text(told, "name", of.name);
+    told["transport_streams"] = array_of(of.streams, stream);
+    told["names"] = array_of(of.names, network_name);
+    told["linkage"] = array_of(of.linkages, one_linkage);
+    told["target_regions"] = array_of(of.regions, one_region);
+    told["target_region_names"] = array_of(of.region_names, [](const label &name) {
         json one = json::object();
-        set_name(one, name);
+        set_text(one, "name", name);
         return one;
     });
     return told;
@@ -136,30 +111,30 @@ json one_service(const service &of)
               {"transport_stream_id", of.transport_stream_id},
               {"service_id", of.service_id},
               {"actual", of.actual}};
-    set_name(told, of.name);
-    told["service_type"] = value(of.service_type);
-    told["running_status"] = value(of.running_status);
-    told["free_CA_mode"] = value(of.free_ca_mode);
-    told["EIT_schedule_flag"] = value(of.eit_schedule);
-    told["EIT_present_following_flag"] = value(of.eit_present_following);
-    told["names"] = list(of.names, service_name);
-    told["service_availability"] = list(of.cells, [](const cell_availability &cell) -> json {
+    set_text(told, "name", of.name);
+    told["service_type"] = value_or_null(of.service_type);
+    told["running_status"] = value_or_null(of.running_status);
+    told["free_CA_mode"] = value_or_null(of.free_ca_mode);
+    told["EIT_schedule_flag"] = value_or_null(of.eit_schedule);
+    told["EIT_present_following_flag"] = value_or_null(of.eit_present_following);
+    told["names"] = array_of(of.names, service_name);
+    told["service_availability"] = array_of(of.cells, [](const cell_availability &cell) -> json {
         return {{"cell_id", cell.cell_id}, {"availability_flag", cell.available ? 1 : 0}};
     });
-    told["data_broadcast"] = list(of.data_broadcasts, [](const data_broadcast &data) -> json {
+    told["data_broadcast"] = array_of(of.data_broadcasts, [](const data_broadcast &data) -> json {
         return {{"data_broadcast_id", data.id},
                 {"component_tag", data.component_tag},
                 {"language", data.language}};
     });
-    told["linkage"] = list(of.linkages, one_linkage);
+    told["linkage"] = array_of(of.linkages, one_linkage);
     told["service_move"] = of.moved_to
                                ? json{{"new_original_network_id", of.moved_to->original_network_id},
                                       {"new_transport_stream_id", of.moved_to->transport_stream_id},
                                       {"new_service_id", of.moved_to->service_id}}
                                : json{};
-    told["target_regions"] = list(of.regions, one_region);
-    told["reference_service_id"] = value(of.time_shifted_of);
-    told["NVOD_references"] = list(of.nvod_references, [](const service_reference &to) {
+    told["target_regions"] = array_of(of.regions, one_region);
+    told["reference_service_id"] = value_or_null(of.time_shifted_of);
+    told["NVOD_references"] = array_of(of.nvod_references, [](const service_reference &to) {
         return place(to.transport_stream_id, to.original_network_id, to.service_id);
     });
     return told;
@@ -193,7 +168,7 @@ json one_audio(const audio_stream &of)
             {"has_lang", of.has_lang},
             {"is_ac3", of.is_ac3},
             {"codec", codec(of.codec)},
-            {"languages", list(of.languages, [](const audio_language &said) -> json {
+            {"languages", array_of(of.languages, [](const audio_language &said) -> json {
                  return {{"language", said.language}, {"audio_type", said.audio_type}};
              })}};
 }
@@ -220,26 +195,26 @@ json one_program(const program &of)
 {
     return {{"program_number", of.program_number},
             {"PMT_PID", of.pmt_pid},
-            {"PCR_PID", value(of.pcr_pid)},
-            {"video_PID", value(of.video_pid)},
+            {"PCR_PID", value_or_null(of.pcr_pid)},
+            {"video_PID", value_or_null(of.video_pid)},
             {"elementary_PIDs", of.elementary_pids},
-            {"audio", list(of.audio, one_audio)},
+            {"audio", array_of(of.audio, one_audio)},
             {"teletext_PIDs", of.teletext_pids},
             {"subtitle_PIDs", of.subtitle_pids},
-            {"CA", list(of.ca,
-                        [](const ca_system &ca) -> json {
-                            return {{"CA_system_ID", ca.system_id}, {"CA_PID", ca.pid}};
-                        })},
-            {"streams", list(of.streams, one_stream)},
-            {"teletext", list(of.teletext, one_page)},
-            {"subtitles", list(of.subtitles, one_subtitling)}};
+            {"CA", array_of(of.ca,
+                            [](const ca_system &ca) -> json {
+                                return {{"CA_system_ID", ca.system_id}, {"CA_PID", ca.pid}};
+                            })},
+            {"streams", array_of(of.streams, one_stream)},
+            {"teletext", array_of(of.teletext, one_page)},
+            {"subtitles", array_of(of.subtitles, one_subtitling)}};
 }
 
 json one_bouquet(const bouquet &of)
 {
     json told{{"bouquet_id", of.bouquet_id}};
-    set_name(told, of.name);
-    told["services"] = list(of.services, [](const bouquet_service &entry) -> json {
+    set_text(told, "name", of.name);
+    told["services"] = array_of(of.services, [](const bouquet_service &entry) -> json {
         return {{"transport_stream_id", entry.transport_stream_id},
                 {"original_network_id", entry.original_network_id},
                 {"service_id", entry.listed.service_id},
@@ -261,19 +236,19 @@ json one_update(const software_update_service &of)
 
 std::string json_report(const multiplex &found, const std::string &input, bool complete)
 {
-    const json told{
-        {"schema", "orva-si/1"},
-        {"input", input},
-        {"complete", complete},
-        {"transport_stream_id", value(found.transport_stream_id)},
-        {"original_network_id", value(found.original_network_id)},
-        {"network_id", value(found.network_id)},
-        {"networks", list(found.networks, one_network)},
-        {"services", list(found.services, one_service)},
-        {"programs", list(found.programs, one_program)},
-        {"bouquets", list(found.bouquets, one_bouquet)},
-        {"software_update",
-         {{"services", list(found.updates.services, one_update)}, {"PIDs", found.updates.pids}}}};
+    const json told{{"schema", "orva-si/1"},
+                    {"input", input},
+                    {"complete", complete},
+                    {"transport_stream_id", value_or_null(found.transport_stream_id)},
+                    {"original_network_id", value_or_null(found.original_network_id)},
+                    {"network_id", value_or_null(found.network_id)},
+                    {"networks", array_of(found.networks, one_network)},
+                    {"services", array_of(found.services, one_service)},
+                    {"programs", array_of(found.programs, one_program)},
+                    {"bouquets", array_of(found.bouquets, one_bouquet)},
+                    {"software_update",
+                     {{"services", array_of(found.updates.services, one_update)},
+                      {"PIDs", found.updates.pids}}}};
     return told.dump(2, ' ', false, json::error_handler_t::replace) + '\n';
 }
 

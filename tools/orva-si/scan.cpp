@@ -88,10 +88,8 @@ struct outcome {
 
 std::string progress_text(const OrvaDemuxStatus &status)
 {
-    std::string text = "waiting for " + store_view{}.awaited();
-    if (status.state == ORVA_DEMUX_READING && status.input_bytes != 0)
-        text += ", read " + std::to_string(status.bytes * 100 / status.input_bytes) + " %";
-    return text + ", " + std::to_string(status.sections) + " sections";
+    return "waiting for " + store_view{}.awaited() + ", " + reading_text(status) +
+           std::to_string(status.sections) + " sections";
 }
 
 outcome scan(const session &input, const options &chosen)
@@ -102,9 +100,7 @@ outcome scan(const session &input, const options &chosen)
     Orva_Si_SetScanParam(&how);
     auto running = std::async(std::launch::async, Orva_Si_StartScanChannel);
     scan_watch watch{chosen, settling};
-    // The log of the library and a line that overwrites itself do not go together.
-    constexpr std::uint32_t talkative = 3;
-    progress_line progress{!chosen.quiet && chosen.log_level < talkative};
+    progress_line progress{wants_progress(chosen)};
     outcome result;
     while (running.wait_for(poll_interval) != std::future_status::ready) {
         result.status = input.status();

@@ -122,6 +122,13 @@ unsigned session::times_full()
     return full_total;
 }
 
+std::string reading_text(const OrvaDemuxStatus &status)
+{
+    if (status.state != ORVA_DEMUX_READING || status.input_bytes == 0)
+        return "";
+    return "read " + std::to_string(status.bytes * 100 / status.input_bytes) + " %, ";
+}
+
 std::string input_error_text(const std::string &input, OrvaDemuxError error, int system_error)
 {
     const bool system_knows = error == ORVA_DEMUX_NO_INPUT && system_error != 0;

@@ -36,6 +36,9 @@ private:
     bool initialised = false;
 };
 
+// How far the input was read, in a progress line; nothing when that is not known.
+std::string reading_text(const OrvaDemuxStatus &status);
+
 // What an error of the input says to people, and the exit status that it leads to.
 std::string input_error_text(const std::string &input, OrvaDemuxError error, int system_error);
 int input_error_status(OrvaDemuxError error);
