@@ -11,19 +11,27 @@ namespace {
 
 static_assert(sizeof(section_summary) == 12);
 
-// In one piece of memory: this, the records of the sections, and what is known of each.
+// In one piece of memory: this, the marks of the sections' events, the records of the sections, and
+// what is known of each.
 struct summary_memory : list_companion {
     std::uint64_t changes; // of the list when the summary fitted it last
     std::uint32_t count;
     std::uint32_t capacity;
 };
-constexpr std::size_t bytes_of_one = sizeof(section_summary) + sizeof(SiEitSection *);
-static_assert(sizeof(summary_memory) % alignof(SiEitSection *) == 0 &&
+constexpr std::size_t bytes_of_one =
+    sizeof(event_marks) + sizeof(SiEitSection *) + sizeof(section_summary);
+static_assert(sizeof(summary_memory) % alignof(event_marks) == 0 &&
+              sizeof(event_marks) % alignof(SiEitSection *) == 0 &&
               sizeof(SiEitSection *) % alignof(section_summary) == 0);
+
+event_marks *marks(summary_memory *of)
+{
+    return reinterpret_cast<event_marks *>(of + 1);
+}
 
 SiEitSection **records(summary_memory *of)
 {
-    return reinterpret_cast<SiEitSection **>(of + 1);
+    return reinterpret_cast<SiEitSection **>(marks(of) + of->capacity);
 }
 
 section_summary *known(summary_memory *of)
@@ -45,10 +53,17 @@ summary_memory *allocate_summary(std::size_t capacity)
     return new (memory) summary_memory{{size}, 0, 0, static_cast<std::uint32_t>(capacity)};
 }
 
-void put(summary_memory *to, SiEitSection *record, const section_summary &what)
+// Notes what the bytes of a record say.
+void note(summary_memory *in, std::size_t at, const SiEitSection &stored)
+{
+    known(in)[at] = summary_of(stored);
+    marks(in)[at] = marks_of_events(bytes_of(stored));
+}
+
+void put(summary_memory *to, SiEitSection *record)
 {
     records(to)[to->count] = record;
-    known(to)[to->count] = what;
+    note(to, to->count, *record);
     ++to->count;
 }
 
@@ -72,6 +87,7 @@ summary_memory *grown(si_list *sections, summary_memory *from)
     if (made != nullptr) {
         made->changes = from->changes;
         made->count = from->count;
+        std::copy_n(marks(from), from->count, marks(made));
         std::copy_n(records(from), from->count, records(made));
         std::copy_n(known(from), from->count, known(made));
     }
@@ -92,7 +108,7 @@ summary_memory *rebuilt(si_list *sections)
         return nullptr;
     made->count = 0;
     for (SiEitSection &stored : elements<SiEitSection>(sections))
-        put(made, &stored, summary_of(stored));
+        put(made, &stored);
     made->changes = list_changes(sections);
     return made;
 }
@@ -101,7 +117,7 @@ service_summary view_of(summary_memory *of)
 {
     if (of == nullptr)
         return {};
-    return {{known(of), of->count}, records(of)};
+    return {{known(of), of->count}, records(of), marks(of)};
 }
 
 bool fits(const si_list *sections, const summary_memory *kept)
@@ -109,7 +125,28 @@ bool fits(const si_list *sections, const summary_memory *kept)
     return kept != nullptr && kept->changes == list_changes(sections);
 }
 
+// Of an EIT section (EN 300 468, 5.2.4).
+constexpr std::size_t events_at = 14;
+constexpr std::size_t times_and_duration = 8; // start_time, duration
+
 } // namespace
+
+event_marks marks_of_events(bytes section)
+{
+    const std::size_t end = section.size() > crc_bytes ? section.size() - crc_bytes : 0;
+    if (end <= events_at)
+        return 0;
+    event_marks all = 0;
+    byte_reader in{section.first(end).subspan(events_at)};
+    while (in.more()) {
+        const std::uint16_t event_id = in.u16();
+        in.span(times_and_duration);
+        in.span(in.u16() & 0x0FFFu); // behind running_status and free_CA_mode
+        if (in.ok)
+            all |= marks_of(event_id);
+    }
+    return all;
+}
 
 service_summary fitting_summary(const si_list *sections)
 {
@@ -137,7 +174,7 @@ void summary_appended(si_list *sections, SiEitSection *appended)
     kept = grown(sections, kept);
     if (kept == nullptr)
         return;
-    put(kept, appended, summary_of(*appended));
+    put(kept, appended);
     ++kept->changes;
 }
 
@@ -150,7 +187,7 @@ void summary_replaced(si_list *sections, const SiEitSection *stored)
     SiEitSection **const end = first + kept->count;
     SiEitSection **const found = std::find(first, end, stored);
     if (found != end)
-        known(kept)[found - first] = summary_of(*stored);
+        note(kept, static_cast<std::size_t>(found - first), *stored);
 }
 
 } // namespace si

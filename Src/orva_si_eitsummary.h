@@ -60,10 +60,26 @@ inline section_summary summary_of(const SiEitSection &stored)
             .held = !section.empty()};
 }
 
+// Which events a section may carry: a set of event_ids as the bits that each of them sets. A
+// section without one of an event's bits does not carry that event, one with all of them mostly
+// does.
+using event_marks = std::uint64_t;
+
+constexpr event_marks marks_of(std::uint16_t event_id)
+{
+    const std::uint64_t mixed = event_id * 0x9E3779B97F4A7C15u;
+    return event_marks{1} << (mixed >> 58) | event_marks{1} << (mixed >> 52 & 63) |
+           event_marks{1} << (mixed >> 46 & 63);
+}
+
+// Of the events in front of the first one that does not lie wholly in the section.
+event_marks marks_of_events(bytes section);
+
 // All sections of one list in their order, null elements left out.
 struct service_summary {
     std::span<const section_summary> known;
     SiEitSection *const *record; // as many
+    const event_marks *events;   // as many
 
     bool empty() const { return known.empty(); }
 };

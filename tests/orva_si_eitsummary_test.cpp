@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -221,6 +222,63 @@ TEST_F(ClientEdits, AQuestionAllocatesNothing)
     const std::size_t before = fake::allocations();
     EXPECT_THAT(answers(), ElementsAre(10, 11, 12));
     EXPECT_EQ(fake::allocations(), before);
+}
+
+// ---- The marks of events
+
+bool is_marked(si::event_marks in, std::uint16_t event_id)
+{
+    const si::event_marks wanted = si::marks_of(event_id);
+    return (in & wanted) == wanted;
+}
+
+octets with_events(const std::vector<eit_event> &events)
+{
+    return make(eit{.table_id = 0x50, .events = events});
+}
+
+TEST(EventMarks, EveryEventOfASectionIsMarked)
+{
+    const octets content = {0x54, 0x02, 0x10, 0x00};
+    const auto marks = si::marks_of_events(with_events(
+        {{.id = 0}, {.id = 0xFFFF, .descriptors = {content, content}}, {.id = 0x1234}}));
+    for (const std::uint16_t event : std::array<std::uint16_t, 3>{0x0000, 0xFFFF, 0x1234})
+        EXPECT_TRUE(is_marked(marks, event)) << event;
+}
+
+TEST(EventMarks, FewOtherEventsAre)
+{
+    const auto marks = si::marks_of_events(
+        with_events({{.id = 60}, {.id = 61}, {.id = 62}, {.id = 63}, {.id = 64}, {.id = 65}}));
+    unsigned marked = 0;
+    for (unsigned event = 0; event <= 0xFFFF; ++event)
+        marked += is_marked(marks, static_cast<std::uint16_t>(event)) ? 1 : 0;
+    EXPECT_LT(marked, 0x10000 * 5 / 100);
+}
+
+TEST(EventMarks, NothingIsReadBehindASection)
+{
+    const octets section = with_events({{.id = 1}, {.id = 2}});
+    for (std::size_t size = 0; size <= section.size(); ++size) {
+        const std::unique_ptr<std::uint8_t[]> exact{new std::uint8_t[size]};
+        std::copy_n(section.begin(), size, exact.get());
+        const auto marks = si::marks_of_events({exact.get(), size});
+        EXPECT_EQ(is_marked(marks, 1), size >= 14 + 12 + 4) << size;
+        EXPECT_EQ(is_marked(marks, 2), size >= 14 + 24 + 4) << size;
+    }
+}
+
+TEST_F(ClientEdits, TheMarksAreThoseOfTheSectionsHeld)
+{
+    const auto marks = [](std::size_t at) { return si::fitting_summary(list()).events[at]; };
+    EXPECT_TRUE(is_marked(marks(1), 11));
+    deliver(schedule(8, 0x10, 1, 77)); // in place of the one before
+    EXPECT_TRUE(is_marked(marks(1), 77));
+    EXPECT_FALSE(is_marked(marks(1), 11));
+    taken_out(list(), 0);
+    deliver(schedule(0, 0x10, 1, 78)); // what was kept no longer fits
+    EXPECT_TRUE(is_marked(marks(0), 77));
+    EXPECT_TRUE(is_marked(marks(2), 78));
 }
 
 // ---- The summary's own memory
