@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "orva_si_list.h"
 
+#include <atomic>
 #include <cstddef>
 #include <type_traits>
 
@@ -102,6 +103,15 @@ si_list_node *unlink_behind(list_record &of, std::int32_t position)
     return link;
 }
 
+// Each list counts its changes from another number, so that what was kept beside one that is gone
+// never seems to fit a later one in the same memory.
+std::uint64_t first_change()
+{
+    constexpr std::uint64_t changes_of_one = std::uint64_t{1} << 32;
+    static std::atomic<std::uint64_t> next{0};
+    return next.fetch_add(changes_of_one, std::memory_order_relaxed);
+}
+
 std::int32_t changed(list_record &of, std::int32_t count)
 {
     of.visible.nb_elt = count;
@@ -140,7 +150,10 @@ std::int32_t si_list_init(si_list **list)
         return -1;
     auto *made = allocate_record<list_record>();
     *list = made == nullptr ? nullptr : &made->visible;
-    return made == nullptr ? -1 : 0;
+    if (made == nullptr)
+        return -1;
+    made->changes = first_change();
+    return 0;
 }
 
 std::int32_t si_list_uninit(si_list *list)

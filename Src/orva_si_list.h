@@ -10,8 +10,8 @@
 namespace si {
 
 // Grows by one with every element added or removed, and when the list is seen to have been changed
-// by hand. Whoever keeps something beside a list tells by it whether that still fits. Under the
-// list's lock; the list is not null.
+// by hand; no two lists ever have the same. Whoever keeps something beside a list tells by it
+// whether that still fits. Under the list's lock; the list is not null.
 std::uint64_t list_changes(const si_list *list);
 
 // What someone keeps beside a list begins with this. Of release()'s memory, of that many bytes.

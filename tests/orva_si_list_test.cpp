@@ -422,6 +422,26 @@ TEST_F(List, ChangesGrowWhenAClientChangedTheListByHand)
     EXPECT_GT(si::list_changes(list), between);
 }
 
+// Whatever memory they are made in, and however many elements each has seen.
+TEST_F(List, ChangesOfAListAreNotThoseOfAnother)
+{
+    std::vector<std::uint64_t> met{si::list_changes(list)};
+    for (int round = 0; round < 50; ++round) {
+        si_list *other = nullptr;
+        ASSERT_EQ(si_list_init(&other), 0);
+        met.push_back(si::list_changes(other));
+        for (int i = 0; i < 3; ++i) {
+            si_list_add(other, &things[0], -1);
+            met.push_back(si::list_changes(other));
+        }
+        while (si_list_remove(other, 0) >= 0)
+            met.push_back(si::list_changes(other));
+        EXPECT_EQ(si_list_uninit(other), 0);
+    }
+    std::ranges::sort(met);
+    EXPECT_EQ(std::ranges::adjacent_find(met), met.end());
+}
+
 // Walking and removing at the position of a list this long would take minutes if each step started
 // at the front.
 TEST_F(List, StepsOfAWalkDoNotGrowWithTheList)
