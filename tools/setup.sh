@@ -4,7 +4,7 @@
 packages_to_build=(build-essential cmake ninja-build pkg-config libglib2.0-dev dvb-apps
                    nlohmann-json3-dev libcli11-dev)
 packages_to_test=("${packages_to_build[@]}" libgtest-dev libgmock-dev libbenchmark-dev
-                  clang libclang-rt-14-dev python3)
+                  clang libclang-rt-14-dev python3 abigail-tools doxygen)
 
 say() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
