@@ -121,37 +121,9 @@ private:
     bytes taken{};
 };
 
-// Tables for eight bytes a step, each derived from the one before it and the first from libucsi's.
-inline const std::array<std::array<std::uint32_t, 256>, 8> &crc_tables()
-{
-    static const auto tables = [] {
-        std::array<std::array<std::uint32_t, 256>, 8> t{};
-        for (std::size_t i = 0; i < 256; ++i)
-            t[0][i] = crc32tbl[i];
-        for (std::size_t k = 1; k < t.size(); ++k)
-            for (std::size_t i = 0; i < 256; ++i)
-                t[k][i] = t[k - 1][i] << 8 ^ t[0][t[k - 1][i] >> 24];
-        return t;
-    }();
-    return tables;
-}
-
 // MPEG-2 CRC-32 (ISO/IEC 13818-1 annex A): initial value all ones, no final inversion. Over a whole
 // section, its CRC_32 field included, the result is 0 when the section is undamaged.
-inline std::uint32_t crc32_mpeg(bytes of)
-{
-    const auto &t = crc_tables();
-    std::uint32_t crc = 0xFFFFFFFF;
-    while (of.size() >= 8) {
-        crc ^= be32(of.first<4>());
-        crc = t[7][crc >> 24] ^ t[6][crc >> 16 & 0xFF] ^ t[5][crc >> 8 & 0xFF] ^ t[4][crc & 0xFF] ^
-              t[3][of[4]] ^ t[2][of[5]] ^ t[1][of[6]] ^ t[0][of[7]];
-        of = of.subspan(8);
-    }
-    for (const std::uint8_t b : of)
-        crc = crc << 8 ^ t[0][crc >> 24 ^ b];
-    return crc;
-}
+std::uint32_t crc32_mpeg(bytes of);
 
 } // namespace si
 
