@@ -4,16 +4,9 @@
 
 #include "orva_demux.h"
 #include "orva_si.h"
+#include "print_text.h"
 
 enum { SERVICES = 1024 };
-
-/* Texts are still in their broadcast character table (EN 300 468 annex A): what is not ASCII is
- * shown as '?'. */
-static void print_text(const SiDvbString *text)
-{
-    for (unsigned i = 0; i < text->length; ++i)
-        putchar(text->text[i] >= 0x20 && text->text[i] < 0x7F ? text->text[i] : '?');
-}
 
 static int list_services(void)
 {
