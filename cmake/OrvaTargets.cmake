@@ -54,5 +54,4 @@ function(orva_shared_library target output exports)
         SOVERSION ${PROJECT_VERSION_MAJOR} LINK_DEPENDS ${script})
     target_include_directories(${target} INTERFACE
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-    install(TARGETS ${target} EXPORT OrvaSi LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 endfunction()

@@ -1,0 +1,76 @@
+# Each component, installed alone, has its files and no other; together they are what is installed without a component.
+include(${CMAKE_CURRENT_LIST_DIR}/install_run.cmake)
+file(REMOVE_RECURSE ${work})
+
+function(install_to prefix out)
+    run(${CMAKE_COMMAND} --install ${build} --prefix ${prefix} ${ARGN})
+    file(GLOB_RECURSE files LIST_DIRECTORIES false RELATIVE ${prefix} ${prefix}/*)
+    list(SORT files)
+    set(${out} ${files} PARENT_SCOPE)
+endfunction()
+
+function(expect_files what expected found)
+    list(SORT expected)
+    if(NOT expected STREQUAL found)
+        set(missing ${expected})
+        set(extra ${found})
+        list(REMOVE_ITEM missing ${found})
+        list(REMOVE_ITEM extra ${expected})
+        message(FATAL_ERROR "${what}: missing: ${missing}; not expected: ${extra}")
+    endif()
+endfunction()
+
+# Files of the source tree as they are installed.
+function(files_of folder pattern prefix out)
+    file(GLOB_RECURSE files RELATIVE ${source}/${folder} ${source}/${folder}/${pattern})
+    list(TRANSFORM files PREPEND ${prefix}/)
+    set(${out} ${files} PARENT_SCOPE)
+endfunction()
+
+string(REGEX MATCH "^[0-9]+" major ${version})
+set(licence ${docdir}/LICENSE)
+
+set(runtime ${licence})
+set(devel ${licence} ${docdir}/README.md)
+foreach(name orva_si orva_platform orva_demux)
+    list(APPEND runtime ${libdir}/lib${name}.so.${major} ${libdir}/lib${name}.so.${version})
+    list(APPEND devel ${libdir}/lib${name}.so ${libdir}/pkgconfig/${name}.pc)
+endforeach()
+install_to(${work}/runtime found --component runtime)
+expect_files(runtime "${runtime}" "${found}")
+set(all ${found})
+
+files_of(include *.h include headers)
+files_of(examples * ${docdir}/examples examples)
+files_of(docs *.md ${docdir}/docs documents)
+list(FILTER documents EXCLUDE REGEX "/docs/api/") # is what the reference is made from
+list(APPEND devel ${headers} ${examples} ${documents})
+install_to(${work}/devel found --component devel)
+set(package ${found}) # the targets also have a file for each configuration
+list(FILTER package INCLUDE REGEX "/cmake/OrvaSi/OrvaSi(Config|ConfigVersion|Targets|Targets-[a-z]+)\\.cmake$")
+list(LENGTH package files)
+if(NOT files EQUAL 4)
+    message(FATAL_ERROR "CMake package: ${package}")
+endif()
+expect_files(devel "${devel};${package}" "${found}")
+list(APPEND all ${found})
+
+set(tools ${licence} bin/orva-si share/man/man1/orva-si.1 share/bash-completion/completions/orva-si)
+install_to(${work}/tools found --component tools)
+expect_files(tools "${tools}" "${found}")
+list(APPEND all ${found})
+
+list(REMOVE_DUPLICATES all)
+install_to(${work}/all found)
+expect_files("all components" "${all}" "${found}")
+
+# The names that a linker and a loader ask for are links to the library of this version.
+foreach(name orva_si orva_platform orva_demux)
+    foreach(link lib${name}.so lib${name}.so.${major})
+        file(REAL_PATH ${work}/all/${libdir}/${link} target)
+        cmake_path(GET target FILENAME target)
+        if(NOT target STREQUAL lib${name}.so.${version} OR NOT IS_SYMLINK ${work}/all/${libdir}/${link})
+            message(FATAL_ERROR "${link} is ${target}")
+        endif()
+    endforeach()
+endforeach()
