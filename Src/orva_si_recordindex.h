@@ -81,7 +81,8 @@ private:
 
     static constexpr std::size_t home(std::uint64_t key)
     {
-        return key * 0x9E3779B97F4A7C15u >> (64 - std::countr_zero(slots));
+        return static_cast<std::size_t>(key * 0x9E3779B97F4A7C15u >>
+                                        (64 - std::countr_zero(slots)));
     }
     static constexpr std::size_t next(std::size_t slot) { return (slot + 1) % slots; }
 

@@ -11,6 +11,11 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# On 32-bit machines too files may be large, and time goes on after 2038.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 # libucsi stores through pointers of other types, also in functions that are compiled into our own sources.
 set(orva_compile_options
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror

@@ -38,7 +38,7 @@ bool in_step_to_the_end(const packet_sync &sync, bytes window, std::size_t at, s
 {
     if (window.size() - at < packet_bytes || !in_step(window, at, period))
         return false;
-    const std::size_t first = sync.skipped + at;
+    const std::uint64_t first = sync.skipped + at;
     if (sync.period == 0 && first != 0 &&
         !(period == packet_bytes + timestamp_bytes && first == timestamp_bytes))
         return false;
