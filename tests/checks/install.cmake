@@ -16,6 +16,10 @@ endfunction()
 orva_install_test(components)
 orva_install_test(client)
 
+add_test(NAME package.symbols
+    COMMAND ${CMAKE_COMMAND} -D source=${PROJECT_SOURCE_DIR} -D version=${PROJECT_VERSION}
+            -P ${CMAKE_CURRENT_SOURCE_DIR}/package_symbols.cmake)
+
 find_package(Python3 COMPONENTS Interpreter)
 if(Python3_FOUND)
     add_test(NAME install.options
