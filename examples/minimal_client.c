@@ -4,6 +4,7 @@
  *
  * The callback runs on a thread of the library, which processes no section meanwhile. It only notes
  * what happened and wakes the main thread, which asks the questions. */
+#define _POSIX_C_SOURCE 200809L
 #include <errno.h>
 #include <pthread.h>
 #include <stdbool.h>

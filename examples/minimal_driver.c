@@ -7,6 +7,7 @@
  * - No lock of the driver is held while the library is called back.
  * - Once a filter was loaded anew, switched off or released, no section that was matched before
  *   reaches the library: those functions wait for a callback that runs. */
+#define _POSIX_C_SOURCE 200809L
 #include <errno.h>
 #include <pthread.h>
 #include <semaphore.h>

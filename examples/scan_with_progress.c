@@ -2,7 +2,7 @@
 /* Scans on a thread of its own, while the main thread shows how far it is and waits for Ctrl-C.
  * What was found is printed in any case; the exit status is 0 when it is all there is, 3 when
  * something stayed incomplete, 130 after Ctrl-C. */
-#define _GNU_SOURCE
+#define _POSIX_C_SOURCE 200809L
 #include <pthread.h>
 #include <signal.h>
 #include <stdatomic.h>
