@@ -4,8 +4,9 @@
 packages_to_build=(build-essential cmake ninja-build pkg-config libglib2.0-dev dvb-apps
                    nlohmann-json3-dev libcli11-dev)
 packages_to_test=("${packages_to_build[@]}" libgtest-dev libgmock-dev libbenchmark-dev
-                  clang libclang-rt-14-dev python3 abigail-tools doxygen)
+                  clang libclang-rt-14-dev python3 abigail-tools doxygen groff-base)
 declare -A packages_to_cross=([i386]='g++-i686-linux-gnu' [armhf]='g++-arm-linux-gnueabihf qemu-user')
+packages_to_package=("${packages_to_build[@]}" debhelper lintian)
 
 say() {
     printf '%s: %s\n' "${0##*/}" "$*" >&2
