@@ -44,6 +44,7 @@ foreach(guide client driver)
     file(CONFIGURE OUTPUT ${guide}_guide.c CONTENT "${code}" @ONLY)
     add_library(${guide}_guide_code OBJECT ${CMAKE_CURRENT_BINARY_DIR}/${guide}_guide.c)
     target_compile_options(${guide}_guide_code PRIVATE ${strict_c})
+    set_target_properties(${guide}_guide_code PROPERTIES C_EXTENSIONS OFF)
     target_link_libraries(${guide}_guide_code PRIVATE OrvaSi::si OrvaSi::demux OrvaSi::platform)
 endforeach()
 
