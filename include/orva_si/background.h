@@ -1,17 +1,28 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
+ * @file
  * Background services: where a table has more requests than filters, a service runs every second,
  * ages the armed filters and moves those on whose table does not come.
  *
  *     id 0  PMT    id 1  EIT present/following    id 2  EIT schedule
  *
- * The services run on the timer thread "SIBGThread" of the platform library and hold the filter
- * pool's mutex for their whole run. A service runs when it is not paused itself and all services
- * are enabled. Starting and stopping channels, scans and EIT does both; a client rarely needs these
- * functions. They run on any thread and take no lock of the library.
+ * A service runs when it is not paused itself and all services are enabled. Starting and stopping
+ * channels, scans and EIT does both; a client rarely needs these functions.
  *
+ * @par Arguments
+ * - `id`: of the service, 0 to 2
+ *
+ * @par Results
  * Unless a comment says otherwise the answer is ORVA_SI_OK, or ORVA_SI_UNKNOWN_SERVICE for an id
  * that does not exist or before Si_BG_InitServiceList.
+ *
+ * @par Memory
+ * The records are the library's and live as long as the process.
+ *
+ * @par Threads and locks
+ * The services run on the timer thread "SIBGThread" of the platform library and hold the filter
+ * pool's mutex for their whole run. The functions run on any thread and take no lock of the
+ * library.
  */
 #ifndef ORVA_SI_BACKGROUND_H
 #define ORVA_SI_BACKGROUND_H
@@ -57,14 +68,17 @@ ORVA_SI_API uint32_t Si_BG_PauseService(uint32_t id);
 /** Resumes a paused service; its next run is a whole interval away. */
 ORVA_SI_API uint32_t Si_BG_ResumeService(uint32_t id);
 
-/** Lets those services run that are not paused themselves. ORVA_SI_OK always. */
+/** Lets those services run that are not paused themselves. @return ORVA_SI_OK always */
 ORVA_SI_API uint32_t Si_BG_EnableAllService(void);
 
-/** Stops all services, without waiting, until they are enabled again. ORVA_SI_OK always. */
+/** Stops all services, without waiting, until they are enabled again. @return ORVA_SI_OK always */
 ORVA_SI_API uint32_t Si_BG_DisableAllService(void);
 
-/** Runs a service once, as soon as the timer thread is free. ORVA_SI_UNKNOWN_SERVICE also while it
- * is paused. */
+/**
+ * Runs a service once, as soon as the timer thread is free, even while all services are disabled.
+ *
+ * @return ORVA_SI_OK; ORVA_SI_UNKNOWN_SERVICE as above, and while the service is paused itself
+ */
 ORVA_SI_API uint32_t Si_BG_InsertFastService(uint32_t id);
 
 /**
@@ -82,7 +96,11 @@ ORVA_SI_API uint32_t Si_BG_WaitServiceTerminate(uint32_t id);
  */
 ORVA_SI_API uint32_t Si_BG_WaitAllServiceTerminate(void);
 
-/** The record of a service, registered or not; null for an id that does not exist. */
+/**
+ * Finds the record of a service, registered or not.
+ *
+ * @return the record, to be read only; null for an id that does not exist
+ */
 ORVA_SI_API SiBgService *FindBGServiceByID(uint32_t id);
 
 /**
@@ -90,12 +108,18 @@ ORVA_SI_API SiBgService *FindBGServiceByID(uint32_t id);
  * is disabled and its request made pending again. A step of the service, made with the filter
  * pool's mutex held; not for clients.
  *
- * @param record  the filter record (pid_filter)
- * @param task    the task that owns it (filter_task)
+ * @param record  the filter record (pid_filter); null is logged and ignored, one that is idle too
+ * @param task    the task that owns it (filter_task); not used
  */
 ORVA_SI_API void Si_SectFlt_DisableTimeOutPmtFilterFunc(void *record, void *task);
 
-/** The same for a filter of an EIT task. */
+/**
+ * Ages one filter of an EIT task likewise; what its service may keep it for doubles, up to the
+ * longest time of its kind.
+ *
+ * @param record  as above
+ * @param task    the task that owns it (filter_task)
+ */
 ORVA_SI_API void Si_SectFlt_DisableTimeOutEitFilterFunc(void *record, void *task);
 
 #ifdef __cplusplus

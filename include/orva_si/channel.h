@@ -1,4 +1,22 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
+/**
+ * @file
+ * Channel, scan and event acquisition.
+ *
+ * @par Arguments
+ * - `id1`: transport_stream_id to match, low 16 bits; 0xFFFF for any
+ * - `id2`: original_network_id to match, low 16 bits; 0xFFFF for any
+ * - `pid`, `table_id`, `extension`: PID, table_id and table_id_extension of the table
+ *
+ * @par Memory
+ * Records and lists are the caller's and needed during the call only.
+ *
+ * @par Threads and locks
+ * Acquisition is started and stopped from one controlling thread of the client, with none of the
+ * library's locks held. Starts and stops take Ts_Ctl_Mutex and the filter pool. They are not to be
+ * called from the language function or the driver's callbacks. What only tells a state, and
+ * Orva_Si_CancelScanChannel, may be called on any thread and takes no lock.
+ */
 #ifndef ORVA_SI_CHANNEL_H
 #define ORVA_SI_CHANNEL_H
 
@@ -7,12 +25,6 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-/**
- * @file
- * Channel, scan and event acquisition. Started and stopped from one controlling thread of the
- * client; Orva_Si_CancelScanChannel may come from any thread.
- */
 
 /** What Orva_Si_StartChannel is to acquire. */
 typedef struct SiTuneParam {
@@ -35,9 +47,9 @@ typedef struct SiScanParam {
 
 /** A service whose events are asked for. 0xFFFF in a member stands for any. */
 typedef struct SiEitRequest {
-    uint16_t transport_stream_id;
-    uint16_t original_network_id;
-    uint16_t service_id;
+    uint16_t transport_stream_id; /**< of the service */
+    uint16_t original_network_id; /**< of the service */
+    uint16_t service_id;          /**< 0xFFFF: all services of that multiplex */
 } SiEitRequest;
 
 /**
@@ -49,12 +61,16 @@ typedef struct SiEitRequest {
  * @return ORVA_SI_OK; ORVA_SI_FAILURE for a null record, or when the processing thread stays busy
  * for 250 ms, which is always so inside the client's callback
  *
- * Takes Ts_Ctl_Mutex and the filter pool.
+ * What runs already has been stopped also when the start fails.
  */
 ORVA_SI_API uint32_t Orva_Si_StartChannel(const SiTuneParam *ptune);
 
-/** Stops all acquisition: every filter is closed. The stored tables stay readable. @return
- * ORVA_SI_OK */
+/**
+ * Stops all acquisition: every filter is closed. The stored tables stay readable. May be called
+ * from inside the client's callback, and when nothing was started.
+ *
+ * @return ORVA_SI_OK
+ */
 ORVA_SI_API uint32_t Orva_Si_StopChannel(void);
 
 /**
@@ -108,10 +124,10 @@ ORVA_SI_API uint32_t Orva_Si_SetScanParam(const SiScanParam *pScanParam);
  */
 ORVA_SI_API uint32_t Orva_Si_SetScanTime(uint16_t seconds);
 
-/** @return 1 while the last start was a scan (or frequency 0), else 0 */
+/** Tells whether the last start was a scan, or of frequency 0. @return 1 or 0 */
 ORVA_SI_API uint32_t Orva_Si_IsScanMode(void);
 
-/** @return the program number of the current channel; SI_NO_PROGRAM for none */
+/** Tells the current program. @return its program_number; SI_NO_PROGRAM for none */
 ORVA_SI_API uint32_t Si_Ctl_GetTunningProgNo(void);
 
 /**
@@ -131,7 +147,6 @@ ORVA_SI_API uint32_t Orva_Si_ResetRunningStatus(uint32_t frequency, uint32_t pro
  * Takes a table that became complete to the scan's bookkeeping or to the client; drops it when
  * acquisition has been stopped or cancelled.
  *
- * @param extension  table_id_extension
  * @return the result of the route taken, ORVA_SI_OK
  *
  * Called with Ts_Ctl_Mutex held, which is given up meanwhile: nothing read from the store before is
@@ -139,15 +154,17 @@ ORVA_SI_API uint32_t Orva_Si_ResetRunningStatus(uint32_t frequency, uint32_t pro
  */
 ORVA_SI_API uint32_t Orva_Si_NotifyTableStatus(uint16_t pid, uint8_t table_id, uint16_t extension);
 
-/** The route to the client; see Orva_Si_NotifyTableStatus. Gives up Ts_Ctl_Mutex around the
- * callback. */
+/**
+ * Takes a table that became complete to the client: the route of Orva_Si_NotifyTableStatus out of
+ * scans. Called with Ts_Ctl_Mutex held, which is given up around the callback.
+ *
+ * @return ORVA_SI_OK
+ */
 ORVA_SI_API uint32_t Orva_Si_CommTunningCase(uint16_t pid, uint8_t table_id, uint16_t extension);
 
 /**
  * Asks for present and following events of services of the tuned multiplex, the current one first.
  *
- * @param id1      transport_stream_id to match, 0xFFFF: any
- * @param id2      original_network_id to match, 0xFFFF: any
  * @param cur_sid  service_id of the current service
  * @param list     service_ids; one of 0xFFFF counts only when it stands alone
  * @param count    1 to 255
@@ -157,18 +174,21 @@ ORVA_SI_API uint32_t Orva_Si_CommTunningCase(uint16_t pid, uint8_t table_id, uin
 ORVA_SI_API uint32_t Orva_Si_StartActualPFEIT(uint32_t id1, uint32_t id2, uint32_t cur_sid,
                                               const uint16_t *list, uint32_t count);
 
-/** As Orva_Si_StartActualPFEIT for one service. */
+/**
+ * As Orva_Si_StartActualPFEIT, for one service.
+ *
+ * @param service_id  low 16 bits; 0xFFFF for all services
+ */
 ORVA_SI_API uint32_t Orva_Si_StartCurrentPFEIT(uint32_t id1, uint32_t id2, uint32_t service_id);
 
 /**
  * Asks for the schedule of services of the tuned multiplex.
  *
- * @param id1, id2  as Orva_Si_StartActualPFEIT
- * @param id3       service_id of the current service, not 0xFFFF
- * @param list      service_ids; 0xFFFF is passed over
- * @param count     1 to 255
+ * @param id3    service_id of the current service, not 0xFFFF
+ * @param list   service_ids; 0xFFFF is passed over
+ * @param count  1 to 255
  * @return ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT; ORVA_SI_INVALID_ARGUMENT for a count or id3 out of
- * range; ORVA_SI_FAILURE
+ * range; ORVA_SI_FAILURE when memory is exhausted
  */
 ORVA_SI_API uint32_t Orva_Si_StartActualScheduleEIT(uint32_t id1, uint32_t id2, uint32_t id3,
                                                     const uint16_t *list, uint32_t count);
@@ -179,12 +199,15 @@ ORVA_SI_API uint32_t Orva_Si_StartActualScheduleEIT(uint32_t id1, uint32_t id2, 
  *
  * @param list   requests; null for every service of every other multiplex
  * @param count  number of requests; 0 as null
- * @return ORVA_SI_OK; ORVA_SI_FAILURE
+ * @return ORVA_SI_OK; ORVA_SI_FAILURE when memory is exhausted
  */
 ORVA_SI_API uint32_t Orva_Si_StartOtherPFEIT(const SiEitRequest *list, uint32_t count);
 
-/** As Orva_Si_StartOtherPFEIT for schedules; second is the number of requests. The name is spelt
- * so. */
+/**
+ * As Orva_Si_StartOtherPFEIT, for schedules. The name is spelt so.
+ *
+ * @param second  number of requests; 0 as null
+ */
 ORVA_SI_API uint32_t Orva_Si_StartOtherSchedulEIT(const SiEitRequest *list, uint32_t second);
 
 /** Stops present and following events of the tuned multiplex. @return ORVA_SI_OK; ORVA_SI_FAILURE

@@ -1,4 +1,15 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
+/**
+ * @file
+ * Start-up and shut-down. The library is initialised once in the life of a process.
+ *
+ * @par Memory
+ * The handler table stays the client's.
+ *
+ * @par Threads and locks
+ * The client calls these functions from one thread, before and after all other use, with no lock of
+ * the library held.
+ */
 #ifndef ORVA_SI_LIFECYCLE_H
 #define ORVA_SI_LIFECYCLE_H
 
@@ -10,12 +21,6 @@
 extern "C" {
 #endif
 
-/**
- * @file
- * Start-up and shut-down. The library is initialised once in the life of a process; the client
- * calls these functions from one thread, before and after all other use.
- */
-
 /** The debug category of every log line of the library ("SI"); null before the first Orva_Si_Init.
  * Read only. */
 extern ORVA_SI_API OrvaDebugCategory *si_debug;
@@ -25,7 +30,8 @@ extern ORVA_SI_API OrvaDebugCategory *si_debug;
  * thread that processes sections and registers the background services.
  *
  * @param handler_table  the seven functions of the demux driver; not copied, it must outlive the
- * library
+ * library. Null, or one without AddSecFilter, is no failure either: the library then receives
+ * nothing
  * @return ORVA_SI_OK, also when the library was initialised before, even if it was shut down since;
  *         ORVA_SI_FAILURE when the thread cannot be started: what was set up until then stays, and
  * the call may be repeated

@@ -1,10 +1,7 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
+ * @file
  * The counted list of untyped pointers in which the store keeps its tables, sections and events.
- *
- * A list never owns its elements: it allocates and frees its own record and its links. It has no
- * lock; the lists of the store are guarded by the store's mutexes, for readers too (a reader moves
- * a hidden cursor).
  *
  * Positions start at 0. The usual walk:
  *
@@ -19,6 +16,17 @@
  * append and a removal at the position last read take the same time however long the list is.
  *
  * No function logs.
+ *
+ * @par Arguments
+ * - `list`: made by si_list_init
+ * - `position`: of an element, from 0 on
+ *
+ * @par Memory
+ * A list never owns its elements: it allocates and frees its own record and its links.
+ *
+ * @par Threads and locks
+ * A list has no lock, and readers move a hidden cursor: one thread at a time. The lists of the
+ * store are guarded by the store's mutexes, for readers too.
  */
 #ifndef ORVA_SI_LIST_H
 #define ORVA_SI_LIST_H
@@ -29,7 +37,13 @@
 extern "C" {
 #endif
 
-/** Compares a key with an element: 0 when they match, any other value when not. */
+/**
+ * Compares a key with an element of a list.
+ *
+ * @param key      as given to si_list_find
+ * @param element  the element; null ones are compared too
+ * @return 0 when they match, any other value when not
+ */
 typedef int32_t (*SiListCmp)(const void *key, const void *element);
 
 /** A link, of GLib's slice allocator. Only count tells which link is the last: its next is not to
@@ -71,10 +85,18 @@ ORVA_SI_API int32_t si_list_uninit(si_list *list);
  */
 ORVA_SI_API int32_t si_list_add(si_list *list, void *element, int32_t position);
 
-/** The element at a position; null for a null list and outside 0 to nb_elt - 1. */
+/**
+ * Tells the element at a position.
+ *
+ * @return what was added, which may be null; null for a null list and outside 0 to nb_elt - 1
+ */
 ORVA_SI_API void *si_list_get(si_list *list, int32_t position);
 
-/** End of list: 0 for a position from 0 to nb_elt - 1, else 1, also for a null list. */
+/**
+ * Tells whether a position is beyond the end of the list.
+ *
+ * @return 0 for a position from 0 to nb_elt - 1; else 1, also for a null list
+ */
 ORVA_SI_API int32_t si_list_eol(si_list *list, int32_t position);
 
 /**
@@ -94,8 +116,12 @@ ORVA_SI_API int32_t si_list_remove(si_list *list, int32_t position);
  */
 ORVA_SI_API void *si_list_find(si_list *list, const void *key, SiListCmp comparison);
 
-/** The position of the first link that holds this very pointer; -1 when none does or the list is
- * null. */
+/**
+ * Tells where an element stands.
+ *
+ * @param element  compared as a pointer; may be null
+ * @return the position of the first link that holds it; -1 when none does or the list is null
+ */
 ORVA_SI_API int32_t si_list_get_pos(si_list *list, const void *element);
 
 #ifdef __cplusplus

@@ -1,15 +1,21 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
+ * @file
  * A buddy memory pool for clients. The library's own records do not come from it.
  *
- * There is one pool in a process. Any thread may call any of the functions at any time, before
- * Orva_Si_Init too. They take the pool's own lock and no other. Messages go to standard output, not
- * to the debug framework.
+ * There is one pool in a process. Messages go to standard output, not to the debug framework.
  *
- * Unlike the rest of the library these functions answer 1 for success and 0 for failure. Every
- * block has a header of 4 bytes in front, so its address is a multiple of 4 and not more: keep no
- * 64-bit numbers or pointers in it where the processor requires them aligned. Writing in front of a
- * block or behind it damages the pool.
+ * @par Results
+ * Unlike the rest of the library these functions answer 1 for success and 0 for failure.
+ *
+ * @par Memory
+ * Every block has a header of 4 bytes in front, so its address is a multiple of 4 and not more:
+ * keep no 64-bit numbers or pointers in it where the processor requires them aligned. Writing in
+ * front of a block or behind it damages the pool.
+ *
+ * @par Threads and locks
+ * Any thread may call any of the functions at any time, before Orva_Si_Init too. They take the
+ * pool's own lock and no other.
  */
 #ifndef ORVA_SI_MEMPOOL_H
 #define ORVA_SI_MEMPOOL_H
@@ -64,7 +70,10 @@ ORVA_SI_API uint32_t orva_mempool_cleanup(void);
  */
 ORVA_SI_API void orva_mempool_printinfo(void);
 
-/** How many requests the system heap has served since the pool was made; freeing does not lower it.
+/**
+ * Tells how many requests the system heap has served since the pool was made.
+ *
+ * @return the number; freeing does not lower it
  */
 ORVA_SI_API uint32_t orva_mempool_getmalloccnt(void);
 

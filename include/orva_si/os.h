@@ -1,11 +1,22 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
+ * @file
  * The layer over POSIX threads, mutexes and semaphores through which every lock and thread of the
- * library goes, so that each failure is logged in one place. A client may use it too; every
- * function runs on any thread.
+ * library goes, so that each failure is logged in one place. A client may use it too.
  *
+ * @par Arguments
+ * - `mutex`: the caller's
+ * - `sem`: the caller's, initialised with Orva_InitSemaphore
+ *
+ * @par Results
  * Unless a comment says otherwise the answer is ORVA_SI_OK, or ORVA_SI_FAILURE for a null argument
  * and where the POSIX call fails; either failure is logged.
+ *
+ * @par Memory
+ * Mutexes, semaphores and handles are the caller's and stay where they are while they are in use.
+ *
+ * @par Threads and locks
+ * Every function runs on any thread. None takes a lock of the library by itself.
  */
 #ifndef ORVA_SI_OS_H
 #define ORVA_SI_OS_H
@@ -44,7 +55,12 @@ ORVA_SI_API uint32_t Orva_MutexV(pthread_mutex_t *mutex);
 /** Locks a mutex without waiting: ORVA_SI_FAILURE when it is locked already, also by the caller. */
 ORVA_SI_API uint32_t Orva_MutexTryP(pthread_mutex_t *mutex);
 
-/** Makes a semaphore of this process that starts with value, at most SEM_VALUE_MAX. */
+/**
+ * Makes a semaphore of this process.
+ *
+ * @param sem    made anew: nobody uses it yet
+ * @param value  what it starts with, at most SEM_VALUE_MAX
+ */
 ORVA_SI_API uint32_t Orva_InitSemaphore(sem_t *sem, uint32_t value);
 
 /** Ends a semaphore on which nobody waits. */
@@ -118,9 +134,10 @@ ORVA_SI_API uint32_t Orva_Sleep(uint32_t ms);
 ORVA_SI_API uint32_t Orva_Wait2FuncTrue(uint32_t count, uint32_t (*predicate)(void));
 
 /**
- * Sleeps (count + 1) / 2 times 10 milliseconds unless cond is set. It is taken by value and never
- * looked at again.
+ * Sleeps (count + 1) / 2 times 10 milliseconds unless a condition holds.
  *
+ * @param count  see above; 0 does not sleep at all
+ * @param cond   taken by value and never looked at again
  * @return 0 at once when cond is not 0, else ORVA_SI_CONDITION_FALSE after the sleep
  */
 ORVA_SI_API uint32_t Orva_Wait2CondTrue(uint32_t count, uint8_t cond);

@@ -1,11 +1,23 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
+ * @file
  * Questions about bouquets, answered from the stored Bouquet Association Tables (EN 300 468 clause
  * 5.2.2, PID 0x0011, table_id 0x4A).
  *
- * All functions of this header work as the head of orva_si/query_service.h says: Ts_Ctl_Mutex is
- * taken, only complete tables answer, arrays and counts belong to the caller. Of a bouquet_id the
- * low 16 bits count; 0xFFFF selects every bouquet. Clauses are those of EN 300 468 V1.15.1.
+ * All functions of this header work as the head of orva_si/query_service.h says. Clauses are those
+ * of EN 300 468 V1.15.1.
+ *
+ * @par Arguments
+ * - `bouquet_id`: low 16 bits; 0xFFFF selects every bouquet
+ * - `bouq`, `servlist`: array to fill
+ * - `pcount`: capacity of the array in elements on entry, number written on return
+ * - `pname`: receives the name in its broadcast character table
+ *
+ * @par Memory
+ * The client owns the arrays, counts and records that it passes.
+ *
+ * @par Threads and locks
+ * As in orva_si/query_service.h: any thread, Ts_Ctl_Mutex is taken.
  */
 #ifndef ORVA_SI_QUERY_BOUQUET_H
 #define ORVA_SI_QUERY_BOUQUET_H
@@ -38,7 +50,6 @@ ORVA_SI_API uint32_t Orva_Si_GetBouquetIdList(uint16_t *bouq, uint32_t *pcount);
  * The services of a bouquet, as the service_list_descriptors of its transport stream loop list
  * them.
  *
- * @param bouquet_id  low 16 bits
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetServiceListInBouquet(uint32_t bouquet_id,
@@ -47,7 +58,6 @@ ORVA_SI_API uint32_t Orva_Si_GetServiceListInBouquet(uint32_t bouquet_id,
 /**
  * The name of a bouquet, from its bouquet_name_descriptor (0x47, clause 6.2.4).
  *
- * @param bouquet_id  low 16 bits
  * @return ORVA_SI_OK; ORVA_SI_FAILURE when no BAT names it; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetBouquetNameById(uint32_t bouquet_id, SiDvbString *pname);

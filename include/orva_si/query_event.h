@@ -1,32 +1,50 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
+ * @file
  * Questions about events, answered from the stored Event Information Tables (EN 300 468
  * clause 5.2.4).
  *
- * Each call reads the event store anew, takes Ts_Eit_Mutex for its whole run and allocates nothing.
- * Any client thread and the client's callback may call; the language function
- * (orva_si/query_text.h) must not. A sub-table need not be complete: every stored section answers,
- * in order of arrival. One whose length, section_syntax_indicator or CRC_32 is wrong, or that
- * cannot be decoded, is passed over.
+ * Each call reads the event store anew and allocates nothing. A sub-table need not be complete:
+ * every stored section answers, in order of arrival. One whose length, section_syntax_indicator or
+ * CRC_32 is wrong, or that cannot be decoded, is passed over.
  *
  * A service is named by original_network_id, transport_stream_id and service_id, compared exactly,
- * an event of it by its event_id; of each the low 16 bits count. The argument bisbanner chooses
- * where the event is looked up: not 0 in the present/following sections (table_id 0x4E, 0x4F), 0 in
- * the schedule (0x50 to 0x6F). Actual and other tables are searched alike. Functions without it
- * that list the events of a whole service read the schedule only.
- *
- * The client owns all memory that it passes. A null pointer answers ORVA_SI_NULL_ARGUMENT before
- * anything is locked or written. A single value is written on ORVA_SI_OK only, unless said
- * otherwise. A count is the capacity in elements on entry and the number written on return;
- * ORVA_SI_ARRAY_FULL means that there was more. ORVA_SI_FAILURE is also the answer when the lock
- * cannot be taken.
- *
- * Languages are numbers of SiLanguageFunc (orva_si/query_text.h). Without that function every
- * language is 0.
+ * an event of it by its event_id. Actual and other tables are searched alike. Functions without
+ * bisbanner that list the events of a whole service read the schedule only.
  *
  * Times are seconds since 1970-01-01 UTC in 32 bits, which wrap in 2106 (annex C); durations are
  * seconds. A start_time or duration of all ones, which means "undefined", is converted like any
  * other. Clauses are those of EN 300 468 V1.15.1.
+ *
+ * @par Arguments
+ * Of each identifier the low 16 bits count.
+ * - `onid`: original_network_id
+ * - `ts`: transport_stream_id
+ * - `sid`: service_id
+ * - `event_id`: the event
+ * - `bisbanner`: where the event is looked up: not 0 in the present/following sections (table_id
+ * 0x4E, 0x4F), 0 in the schedule (0x50 to 0x6F)
+ * - `language_id`: the language wanted, a number of SiLanguageFunc (orva_si/query_text.h). Without
+ * that function every language is 0
+ * - `pevent`, `evtid_array`, `langlist`, `content`, `comdescarray`, `rating`: array to fill
+ * - `peventname`, `peventdesc`, `pevent_id`: receive the answer; with a count `peventdesc` is an
+ * array
+ * - `count`, `array_count`, `psum`: capacity of the array in elements on entry, number written on
+ * return
+ *
+ * @par Results
+ * A single value is written on ORVA_SI_OK only, unless said otherwise. ORVA_SI_ARRAY_FULL means
+ * that there was more. A null pointer answers ORVA_SI_NULL_ARGUMENT before anything is locked or
+ * written. ORVA_SI_FAILURE is also the answer when the lock cannot be taken.
+ *
+ * @par Memory
+ * The client owns all memory that it passes. Answers are copies: nothing of the store is handed
+ * out.
+ *
+ * @par Threads and locks
+ * Any client thread and the client's callback may call; the language function must not. Each
+ * function but Orva_Si_IsEqual_EventId takes Ts_Eit_Mutex for its whole run, so it is not to be
+ * called with that lock held.
  */
 #ifndef ORVA_SI_QUERY_EVENT_H
 #define ORVA_SI_QUERY_EVENT_H
@@ -58,11 +76,12 @@ typedef struct SiExtendEvtDesc {
     uint8_t last_descriptor_number; /**< 4 bits: number of the last one of the set */
     char lang[4];                   /**< ISO_639_language_code and a NUL */
     uint32_t item_count;            /**< items kept, 0 to SI_EXT_EVT_ITEMS; more are dropped */
+    /** The items; those from item_count on have no meaning. */
     struct {
         SiDvbString description; /**< item_description */
         SiDvbString item;        /**< item */
-    } items[SI_EXT_EVT_ITEMS];   /**< those from item_count on have no meaning */
-    SiDvbString text;            /**< text */
+    } items[SI_EXT_EVT_ITEMS];
+    SiDvbString text; /**< text */
 } SiExtendEvtDesc;
 
 /** An entry of a content_descriptor (0x54, clause 6.2.9), 4 bits each. */
@@ -101,7 +120,10 @@ ORVA_SI_API uint32_t Orva_Si_IsEqual_EventId(const struct dvb_eit_section *eit_s
                                              const struct dvb_eit_event *event, uint32_t event_id,
                                              uint32_t sequence);
 
-/* Lists of events */
+/**
+ * @name Lists of events
+ * @{
+ */
 
 /**
  * The event_id of every schedule event of a service.
@@ -165,7 +187,11 @@ ORVA_SI_API uint32_t Orva_Si_GetGetEventIDsByStartTime(uint32_t onid, uint32_t t
                                                        uint32_t start_time, uint16_t *evtid_array,
                                                        uint32_t *array_count);
 
-/** As Orva_Si_GetGetEventIDsByStartTime, only the events that start before end_time. */
+/**
+ * As Orva_Si_GetGetEventIDsByStartTime, only the events that start before a time.
+ *
+ * @param end_time  seconds since 1970 UTC
+ */
 ORVA_SI_API uint32_t Orva_Si_GetGetEventIDsByStartTimeAndEndTime(uint32_t onid, uint32_t ts,
                                                                  uint32_t sid, uint32_t start_time,
                                                                  uint32_t end_time,
@@ -183,7 +209,12 @@ ORVA_SI_API uint32_t Orva_Si_GetGetEventIDsByStartTimeAndEndTime(uint32_t onid, 
 ORVA_SI_API uint32_t Orva_Si_GetBnrEvtId(uint32_t onid, uint32_t ts, uint32_t sid, uint32_t index,
                                          uint16_t *pevent_id);
 
-/* Time of an event */
+/** @} */
+
+/**
+ * @name Time of an event
+ * @{
+ */
 
 /**
  * When an event starts.
@@ -196,13 +227,23 @@ ORVA_SI_API uint32_t Orva_Si_GetEvtStartUTCTime(uint32_t onid, uint32_t ts, uint
                                                 uint32_t event_id, uint32_t *ptime,
                                                 uint8_t bisbanner);
 
-/** As Orva_Si_GetEvtStartUTCTime, how long it lasts, in seconds. */
+/**
+ * As Orva_Si_GetEvtStartUTCTime, how long it lasts.
+ *
+ * @param pduringtimeinsecs  receives seconds
+ */
 ORVA_SI_API uint32_t Orva_Si_GetEvtDuringTime(uint32_t onid, uint32_t ts, uint32_t sid,
                                               uint32_t event_id, uint32_t *pduringtimeinsecs,
                                               uint8_t bisbanner);
 
-/* Texts of an event. The functions that look up one text answer 2 (ORVA_SI_NULL_ARGUMENT) also when
-   there is no such event or no such text; their language_id stands on either side of the record. */
+/** @} */
+
+/**
+ * @name Texts of an event
+ * The functions that look up one text answer 2 (ORVA_SI_NULL_ARGUMENT) also when there is no such
+ * event or no such text; their language_id stands on either side of the record.
+ * @{
+ */
 
 /**
  * The event_name of the short_event_descriptor (0x4D, clause 6.2.37) in a language.
@@ -217,7 +258,6 @@ ORVA_SI_API uint32_t Orva_Si_GetEvtNameByID(uint32_t onid, uint32_t ts, uint32_t
 /**
  * The languages of the event's short_event_descriptors.
  *
- * @param psum  the count
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_FAILURE
  * (lock); ORVA_SI_NULL_ARGUMENT
  */
@@ -243,7 +283,6 @@ ORVA_SI_API uint32_t Orva_Si_GetExtendEvtDescByID(uint32_t onid, uint32_t ts, ui
 /**
  * Every extended_event_descriptor of an event in a language, in broadcast order.
  *
- * @param psum  the count
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_FAILURE
  * (lock); ORVA_SI_NULL_ARGUMENT
  */
@@ -253,7 +292,7 @@ ORVA_SI_API uint32_t Orva_Si_GetAllExtendEvtDescByID(uint32_t onid, uint32_t ts,
                                                      uint8_t bisbanner);
 
 /**
- * How many of them there are.
+ * How many extended_event_descriptors an event has in a language.
  *
  * @param pcnt  receives the number; what it holds on entry does not matter
  * @return ORVA_SI_OK; ORVA_SI_NO_DATA when there is none; ORVA_SI_FAILURE (lock);
@@ -268,12 +307,16 @@ ORVA_SI_API uint32_t Orva_Si_GetExtendEvtDescLangList(uint32_t onid, uint32_t ts
                                                       uint32_t event_id, uint32_t *langlist,
                                                       uint32_t *psum, uint8_t bisbanner);
 
-/* Other descriptors of an event */
+/** @} */
+
+/**
+ * @name Other descriptors of an event
+ * @{
+ */
 
 /**
  * The genres of an event, one record for each entry of its content_descriptors.
  *
- * @param psum  the count
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_FAILURE
  * (lock); ORVA_SI_NULL_ARGUMENT
  */
@@ -314,6 +357,8 @@ ORVA_SI_API uint32_t Orva_Si_HaveEvtCAIdentifierDesc(uint32_t onid, uint32_t ts,
 ORVA_SI_API uint32_t Orva_Si_EvtGetPfNameId(uint32_t onid, uint32_t ts, uint32_t sid,
                                             uint32_t event_id, uint32_t pdsd, uint8_t *pf_name_id,
                                             uint8_t bisbanner);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,17 +1,34 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
+ * @file
  * Questions about networks, answered from the stored Network Information Tables (EN 300 468 clause
  * 5.2.1, PID 0x0010).
  *
- * All functions of this header work as the head of orva_si/query_service.h says: Ts_Ctl_Mutex is
- * taken, only complete tables answer, arrays and counts belong to the caller, 0x80 and above are
- * private descriptors.
+ * All functions of this header work as the head of orva_si/query_service.h says. Descriptors with
+ * tags from 0x80 are private. Clauses without a document are those of EN 300 468 V1.15.1;
+ * frequencies and symbol rates are the bits of the descriptor, unconverted.
  *
- * A network_id, nid, selects the NIT actual or other of that network; 0xFFFF selects every NIT. A
- * transport stream is looked up in the tables' transport stream loop by its transport_stream_id,
- * ts, and where given also by its original_network_id, onid; both are compared exactly. Clauses
- * without a document are those of EN 300 468 V1.15.1; frequencies and symbol rates are the bits of
- * the descriptor, unconverted.
+ * @par Arguments
+ * Of each identifier the low 16 bits count.
+ * - `nid`: network_id, selects the NIT actual or other of that network; 0xFFFF selects every NIT
+ * - `ts`: transport_stream_id, compared exactly with those of the table's transport stream loop
+ * - `onid`: original_network_id of that entry of the loop, compared exactly
+ * - `pdsd`: private_data_specifier under which the descriptor must stand, 32 bits
+ * - `pnetworkid`, `ser_id`: receive the 16-bit identifier
+ * - `pnetworkname`: receives the name in its broadcast character table
+ * - `list`, `langlist`, `tsgrp`, `freq_list`, `pdsdlist`, `pids`: array to fill, one number for
+ * each element
+ * - `servlist`, `satellite_delivery_list`, `cabledelivery_list`, `terrdelivery_list`, `pinfo`,
+ * `pchnlist`, `servattarray`, `region_array`, `region_name_array`, `lkgrpcserv`: array to fill
+ * - `satellite_delivery`, `cabledelivery`: receive the descriptor
+ * - `pcount`, `count`, `parray_count`: capacity of the array in elements on entry, number written
+ * on return
+ *
+ * @par Memory
+ * The client owns the arrays, counts and records that it passes.
+ *
+ * @par Threads and locks
+ * As in orva_si/query_service.h: any thread, Ts_Ctl_Mutex is taken.
  */
 #ifndef ORVA_SI_QUERY_NETWORK_H
 #define ORVA_SI_QUERY_NETWORK_H
@@ -100,7 +117,10 @@ typedef struct SiServAttr {
     uint8_t numeric_selection_flag; /**< 1 when the service may be chosen by its number */
 } SiServAttr;
 
-/* Networks and their names */
+/**
+ * @name Networks and their names
+ * @{
+ */
 
 /**
  * The network_id of the NIT actual.
@@ -119,7 +139,6 @@ ORVA_SI_API uint32_t Orva_Si_GetNitAllNetworkList(uint16_t *list, uint32_t *pcou
 /**
  * The name of a network, from its network_name_descriptor (0x40, clause 6.2.27).
  *
- * @param nid  network_id
  * @return ORVA_SI_OK; ORVA_SI_FAILURE when no NIT names the network; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetNetworkName(uint32_t nid, SiDvbString *pnetworkname);
@@ -128,7 +147,6 @@ ORVA_SI_API uint32_t Orva_Si_GetNetworkName(uint32_t nid, SiDvbString *pnetworkn
  * The languages of the multilingual_network_name_descriptor (0x5B, clause 6.2.24), one number of
  * SiLanguageFunc for each entry.
  *
- * @param nid  network_id
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetMultiNetworkNameLangList(uint32_t nid, uint32_t *langlist,
@@ -137,19 +155,22 @@ ORVA_SI_API uint32_t Orva_Si_GetMultiNetworkNameLangList(uint32_t nid, uint32_t 
 /**
  * The name that this descriptor gives in a language.
  *
- * @param nid          network_id
  * @param language_id  language wanted, as SiLanguageFunc numbers it
  * @return ORVA_SI_OK; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetMultiNetworkNameByLangId(uint32_t nid, uint32_t language_id,
                                                          SiDvbString *pnetworkname);
 
-/* Transport streams and services */
+/** @} */
+
+/**
+ * @name Transport streams and services
+ * @{
+ */
 
 /**
  * The transport_stream_id of every transport stream of a network, in broadcast order.
  *
- * @param nid  network_id
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetTsGrpByNetworkId(uint32_t nid, uint16_t *tsgrp, uint32_t *pcount);
@@ -157,9 +178,6 @@ ORVA_SI_API uint32_t Orva_Si_GetTsGrpByNetworkId(uint32_t nid, uint16_t *tsgrp, 
 /**
  * The services that the service_list_descriptors of a transport stream list.
  *
- * @param nid   network_id
- * @param ts    transport_stream_id
- * @param onid  original_network_id
  * @return ORVA_SI_OK, also for an empty list; ORVA_SI_ARRAY_FULL; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetServiceList(uint32_t nid, uint32_t ts, uint32_t onid,
@@ -168,18 +186,23 @@ ORVA_SI_API uint32_t Orva_Si_GetServiceList(uint32_t nid, uint32_t ts, uint32_t 
 /**
  * The service_type that such a list gives a service.
  *
- * @param service_id  low 16 bits
+ * @param service_id  of the service, low 16 bits
+ * @param ptype       receives the 8 bits
  * @return ORVA_SI_OK; ORVA_SI_FAILURE when no list has the service; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetServiceType_InNIT(uint32_t nid, uint32_t ts, uint32_t onid,
                                                   uint32_t service_id, uint8_t *ptype);
 
-/* Delivery */
+/** @} */
+
+/**
+ * @name Delivery
+ * @{
+ */
 
 /**
  * The satellite delivery of every transport stream of a network that has one.
  *
- * @param nid  network_id
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetSatelliteDeliveryList(uint32_t nid,
@@ -189,8 +212,6 @@ ORVA_SI_API uint32_t Orva_Si_GetSatelliteDeliveryList(uint32_t nid,
 /**
  * The satellite delivery of one transport stream.
  *
- * @param nid  network_id
- * @param ts   transport_stream_id
  * @return ORVA_SI_OK; ORVA_SI_FAILURE when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetSatelliteDeliveryDescriptor(
@@ -212,26 +233,26 @@ ORVA_SI_API uint32_t Orva_Si_GetTerrDeliveryList(uint32_t nid, SiTerrDelivery *t
  * The frequencies of the frequency_list_descriptor (0x62, clause 6.2.17) of a transport stream.
  * They are coded as in the delivery descriptor of the stream's kind; the coding_type is not told.
  *
- * @param nid  network_id
- * @param ts   transport_stream_id
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetFrequencyListDescriptor(uint32_t nid, uint32_t ts,
                                                         uint32_t *freq_list, uint32_t *pcount);
 
-/* Logical channel numbers and other private descriptors. An LCN mode of 0 takes the low 10 bits of
-   a number, 1 the low 14; any other leaves lcn unwritten. */
+/** @} */
+
+/**
+ * @name Logical channel numbers and other private descriptors
+ * @par Arguments
+ * - `lcn_mode`: 0 takes the low 10 bits of a logical_channel_number, 1 the low 14; any other leaves
+ * lcn unwritten
+ * @{
+ */
 
 /**
  * The services of a channel list of the NorDig logical channel descriptor version 2 (private 0x87)
  * of a transport stream.
  *
- * @param nid              network_id
- * @param ts               transport_stream_id
- * @param onid             original_network_id
- * @param pdsd             private_data_specifier under which the descriptor must stand, 32 bits
  * @param channel_list_id  the list wanted, 8 bits
- * @param lcn_mode         0 or 1
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetNordigV2LCNInfo(uint32_t nid, uint32_t ts, uint32_t onid,
@@ -242,7 +263,6 @@ ORVA_SI_API uint32_t Orva_Si_GetNordigV2LCNInfo(uint32_t nid, uint32_t ts, uint3
 /**
  * The channel lists of that descriptor.
  *
- * @param pdsd  private_data_specifier under which the descriptor must stand, 32 bits
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetNordigV2ChanlList(uint32_t nid, uint32_t ts, uint32_t onid,
@@ -263,9 +283,7 @@ ORVA_SI_API uint32_t Orva_Si_GetLCNPdsdList(uint32_t nid, uint32_t ts, uint32_t 
  * The entries of all logical_channel_descriptors (private 0x83) of a network. Descriptors that
  * stand under no specifier at all are not seen.
  *
- * @param nid       network_id
  * @param pdsd      private_data_specifier, 32 bits; 0 takes any specifier other than 0
- * @param lcn_mode  0 or 1
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetAllLCNInfo(uint32_t nid, uint32_t pdsd, uint32_t lcn_mode,
@@ -274,28 +292,35 @@ ORVA_SI_API uint32_t Orva_Si_GetAllLCNInfo(uint32_t nid, uint32_t pdsd, uint32_t
 /**
  * The entries of the service_attribute_descriptors (private 0x86) of a transport stream.
  *
- * @param pdsd  private_data_specifier under which the descriptor must stand, 32 bits
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetDBookServAttDesc(uint32_t nid, uint32_t ts, uint32_t onid,
                                                  uint32_t pdsd, SiServAttr *servattarray,
                                                  uint32_t *pcount);
 
-/* Target regions. Lists: judge by the count, the result is ORVA_SI_FAILURE whether entries were
-   written or not. Counts: what the count holds on entry does not matter. */
+/** @} */
+
+/**
+ * @name Target regions
+ * Lists: judge by the count, the result is ORVA_SI_FAILURE whether entries were written or not.
+ * Counts: what the count holds on entry does not matter, 0 is an answer too.
+ * @{
+ */
 
 /**
  * The regions of the target_region_descriptors in a network's first loop.
  *
- * @param nid           network_id
- * @param parray_count  the count
  * @return ORVA_SI_FAILURE; ORVA_SI_ARRAY_FULL; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetGlobalTargetRegionInfo(uint32_t nid, SiTargetRegion *region_array,
                                                        uint32_t *parray_count);
 
-/** How many records Orva_Si_GetGlobalTargetRegionInfo has to offer. ORVA_SI_OK;
- * ORVA_SI_NULL_ARGUMENT. */
+/**
+ * How many records Orva_Si_GetGlobalTargetRegionInfo has to offer.
+ *
+ * @param parray_count  receives the number
+ * @return ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT
+ */
 ORVA_SI_API uint32_t Orva_Si_GetGlobalTargetRegionInfoCount(uint32_t nid, uint32_t *parray_count);
 
 /** As Orva_Si_GetGlobalTargetRegionInfo, in the loop of one transport stream. */
@@ -303,7 +328,11 @@ ORVA_SI_API uint32_t Orva_Si_GetTsTargetRegionInfo(uint32_t nid, uint32_t ts, ui
                                                    SiTargetRegion *region_array,
                                                    uint32_t *parray_count);
 
-/** How many records Orva_Si_GetTsTargetRegionInfo has to offer. ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT.
+/**
+ * How many records Orva_Si_GetTsTargetRegionInfo has to offer.
+ *
+ * @param parray_count  receives the number
+ * @return ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetTsTargetRegionInfoCount(uint32_t nid, uint32_t ts, uint32_t onid,
                                                         uint32_t *parray_count);
@@ -312,23 +341,30 @@ ORVA_SI_API uint32_t Orva_Si_GetTsTargetRegionInfoCount(uint32_t nid, uint32_t t
  * The region names of a network's target_region_name_descriptors (0x7F with extension 0x0A, clause
  * 6.4), without their codes and languages.
  *
- * @param nid           network_id
- * @param parray_count  the count
  * @return ORVA_SI_FAILURE; ORVA_SI_ARRAY_FULL; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetTargetRegionName(uint32_t nid, SiDvbString *region_name_array,
                                                  uint32_t *parray_count);
 
-/** How many names Orva_Si_GetTargetRegionName has to offer. ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT. */
+/**
+ * How many names Orva_Si_GetTargetRegionName has to offer.
+ *
+ * @param parray_count  receives the number
+ * @return ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT
+ */
 ORVA_SI_API uint32_t Orva_Si_GetTargetRegionNameCount(uint32_t nid, uint32_t *parray_count);
 
-/* Linkage and software update */
+/** @} */
+
+/**
+ * @name Linkage and software update
+ * @{
+ */
 
 /**
  * Where a network's linkage_descriptors (0x4A, clause 6.2.19) lead: those of the first loop, then
  * those of each transport stream.
  *
- * @param nid           network_id
  * @param linkage_type  the type wanted, 8 bits; 0 for all
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
@@ -339,7 +375,6 @@ ORVA_SI_API uint32_t Orva_Si_GetNitLinkageDesc(uint32_t nid, uint32_t linkage_ty
  * The selector bytes of the first OUI entry of a network's system software update linkage
  * (linkage_type 0x09, ETSI TS 102 006).
  *
- * @param nid              network_id
  * @param selector_bytes   receives the bytes, 243 at most
  * @param selector_length  capacity of selector_bytes, then the length
  * @return ORVA_SI_OK; ORVA_SI_FAILURE when there is none; ORVA_SI_ARRAY_FULL when *selector_length
@@ -364,6 +399,8 @@ ORVA_SI_API uint32_t Orva_Si_GetSsuNitLinkageServiceId(uint16_t *ser_id);
  */
 ORVA_SI_API uint32_t Orva_Si_GetSsuPidsByNitLinkage(uint32_t service_id, uint16_t *pids,
                                                     uint32_t *pcount);
+
+/** @} */
 
 #ifdef __cplusplus
 }

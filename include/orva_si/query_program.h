@@ -1,15 +1,28 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
+ * @file
  * Questions about the programs of the tuned multiplex, answered from the stored PAT and PMTs
  * (ISO/IEC 13818-1 clause 2.4.4).
  *
  * All functions of this header but Si_Pat_ParsePmtPidList and Orva_Si_IsFoundSsService work as the
- * head of orva_si/query_service.h says: Ts_Ctl_Mutex is taken, only complete tables answer, arrays
- * and counts belong to the caller. A PMT is one section and complete with it.
+ * head of orva_si/query_service.h says. A PMT is one section and complete with it. Elementary
+ * streams are those of the PMT's loop, in broadcast order. Clauses of DVB descriptors are those of
+ * EN 300 468 V1.15.1.
  *
- * A program_number selects the PMT with that extension on whatever PID; 0xFFFF selects every PMT.
- * PIDs have 13 bits. Elementary streams are those of the PMT's loop, in broadcast order. Clauses of
- * DVB descriptors are those of EN 300 468 V1.15.1.
+ * @par Arguments
+ * PIDs have 13 bits.
+ * - `program_number`: low 16 bits, selects the PMT with that extension on whatever PID; 0xFFFF
+ * selects every PMT
+ * - `pids`, `pid`, `pidarray`: receives one PID, or is the array of PIDs to fill
+ * - `ptsid`: receives the transport_stream_id
+ * - `audiopid`, `isodesc`, `textlist`, `subarray`, `cadesclist`: array to fill
+ * - `pcount`: capacity of the array in elements on entry, number written on return
+ *
+ * @par Memory
+ * The client owns the arrays, counts and records that it passes.
+ *
+ * @par Threads and locks
+ * As in orva_si/query_service.h: any thread, Ts_Ctl_Mutex is taken.
  */
 #ifndef ORVA_SI_QUERY_PROGRAM_H
 #define ORVA_SI_QUERY_PROGRAM_H
@@ -38,10 +51,9 @@ typedef struct SiCaDesc {
 
 /** A language of an ISO_639_language_descriptor (0x0A, ISO/IEC 13818-1 clause 2.6.18). */
 typedef struct SiIso639Desc {
-    uint16_t pid;   /**< elementary_PID of the stream that carries the descriptor */
-    char iso639[4]; /**< ISO_639_language_code and a NUL */
-    uint8_t
-        audio_type; /**< audio_type: 0 undefined, 1 clean effects, 2 hearing, 3 visual impaired */
+    uint16_t pid;       /**< elementary_PID of the stream that carries the descriptor */
+    char iso639[4];     /**< ISO_639_language_code and a NUL */
+    uint8_t audio_type; /**< 0 undefined, 1 clean effects, 2 hearing, 3 visual impaired */
 } SiIso639Desc;
 
 /** A page of a teletext_descriptor (0x56, clause 6.2.43). */
@@ -62,7 +74,10 @@ typedef struct SiSubtitleDesc {
     uint16_t ancillary_page_id;   /**< ancillary_page_id; equal to the other when there is none */
 } SiSubtitleDesc;
 
-/* PAT */
+/**
+ * @name The PAT
+ * @{
+ */
 
 /**
  * Fills a list of PMT PIDs with the programs of a PAT, other than 0 and 0xFFFF, and removes stored
@@ -91,7 +106,12 @@ ORVA_SI_API uint32_t Orva_Si_GetPatTsId(uint16_t *ptsid);
  */
 ORVA_SI_API uint32_t Orva_Si_IsFoundSsService(uint32_t program_number);
 
-/* The PMT as it was broadcast */
+/** @} */
+
+/**
+ * @name The PMT as it was broadcast
+ * @{
+ */
 
 /**
  * The PMT section of a program, from table_id to CRC_32.
@@ -105,20 +125,26 @@ ORVA_SI_API uint32_t Orva_Si_IsFoundSsService(uint32_t program_number);
 ORVA_SI_API uint32_t Orva_Si_GetPmtData(uint32_t program_number, uint8_t *data, uint32_t *plen);
 
 /**
- * As Orva_Si_GetPmtData, for the first stored PMT of a PID. PID 0x2000 is ORVA_SI_NOT_FOUND at
- * once; on PID 0x0012 a PMT need not be complete.
+ * As Orva_Si_GetPmtData, for the first stored PMT of a PID. On PID 0x0012 a PMT need not be
+ * complete.
+ *
+ * @param pid  low 16 bits; 0x2000 is ORVA_SI_NOT_FOUND at once
  */
 ORVA_SI_API uint32_t Orva_Si_GetPmtDataByPID(uint32_t pid, uint8_t *data, uint32_t *plen);
 
 /** Another name of Orva_Si_GetPmtData, for what a common interface module is given. */
 ORVA_SI_API uint32_t Orva_Si_GetCiData(uint32_t program_number, uint8_t *data, uint32_t *plen);
 
-/* PIDs of a program */
+/** @} */
+
+/**
+ * @name PIDs of a program
+ * @{
+ */
 
 /**
  * The PCR_PID of a program; 0x1FFF when it has no PCR.
  *
- * @param program_number  low 16 bits
  * @return ORVA_SI_OK; ORVA_SI_NO_DATA without PMT; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetPcrPID(uint32_t program_number, uint16_t *pid);
@@ -127,7 +153,6 @@ ORVA_SI_API uint32_t Orva_Si_GetPcrPID(uint32_t program_number, uint16_t *pid);
  * The first video stream of a program: stream_type 0x01 (MPEG-1), 0x02 (MPEG-2) or 0x1B (H.264).
  * Other codecs, such as HEVC (0x24), are not looked for; their streams are in Orva_Si_GetAllPids.
  *
- * @param program_number  low 16 bits
  * @return ORVA_SI_OK; ORVA_SI_FAILURE when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetVideoPID(uint32_t program_number, uint16_t *pid);
@@ -140,7 +165,6 @@ ORVA_SI_API uint32_t Orva_Si_GetVideoPID(uint32_t program_number, uint16_t *pid)
  * Room is checked before each stream: with a full array a further stream of any kind is
  * ORVA_SI_ARRAY_FULL. The element behind the last result may have been written.
  *
- * @param program_number  low 16 bits
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetAudioPIDs(uint32_t program_number, SiAudioPid *audiopid,
@@ -149,7 +173,6 @@ ORVA_SI_API uint32_t Orva_Si_GetAudioPIDs(uint32_t program_number, SiAudioPid *a
 /**
  * The elementary_PID of every stream of a program.
  *
- * @param program_number  low 16 bits
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetAllPids(uint32_t program_number, uint16_t *pids, uint32_t *pcount);
@@ -162,13 +185,17 @@ ORVA_SI_API uint32_t Orva_Si_GetTeleTextPids(uint32_t program_number, uint16_t *
 ORVA_SI_API uint32_t Orva_Si_GetSubtitlePids(uint32_t program_number, uint16_t *pid,
                                              uint32_t *pcount);
 
-/* Descriptors of a program */
+/** @} */
+
+/**
+ * @name Descriptors of a program
+ * @{
+ */
 
 /**
  * The languages of all streams of a program, audio or not: one record for each language of their
  * ISO_639_language_descriptors.
  *
- * @param program_number  low 16 bits
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetAudioIso639Desc(uint32_t program_number, SiIso639Desc *isodesc,
@@ -191,13 +218,18 @@ ORVA_SI_API uint32_t Orva_Si_GetSubtitleDesc(uint32_t program_number, uint32_t e
 /**
  * The CA_descriptors of a program: first those of the program, then those of each stream.
  *
- * @param program_number  low 16 bits
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetPmtCaDesc(uint32_t program_number, SiCaDesc *cadesclist,
                                           uint32_t *pcount);
 
-/* Data broadcast: data_broadcast_id_descriptor (0x66, clause 6.2.12) in the stream loop */
+/** @} */
+
+/**
+ * @name Data broadcast
+ * By the data_broadcast_id_descriptors (0x66, clause 6.2.12) of the stream loop.
+ * @{
+ */
 
 /**
  * The selector bytes of the system software update descriptor of a program (data_broadcast_id
@@ -225,7 +257,6 @@ ORVA_SI_API uint32_t Orva_Si_GetSsuPidsByPmtDataBroadCast(uint16_t *pids, uint32
  * The elementary_PID of every stream of a program with a data_broadcast_id_descriptor, whatever its
  * data_broadcast_id.
  *
- * @param program_number  low 16 bits
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetSoftwareUpatePIDs(uint32_t program_number, uint16_t *pidarray,
@@ -248,10 +279,11 @@ ORVA_SI_API uint32_t Orva_Si_GetDataBroadcastDescPrivData(uint32_t program_numbe
  * Writes the data_broadcast_id_descriptors of a program to the debug log at level 4 and answers
  * nothing.
  *
- * @param program_number  low 16 bits
  * @return ORVA_SI_OK always
  */
 ORVA_SI_API uint32_t Orva_Si_GetDataBroadCounts(uint32_t program_number);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,29 +1,15 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
+ * @file
  * Questions about services, answered from the stored Service Description Tables (EN 300 468
  * clause 5.2.3).
  *
- * How the query functions of the SDT, PAT, PMT, NIT and BAT headers work:
+ * What is said here holds for the query functions of the SDT, PAT, PMT, NIT and BAT headers.
  *
- * Each call reads the store anew, takes Ts_Ctl_Mutex for its whole run and allocates nothing. Any
- * client thread and the client's callback may call; the language function (orva_si/query_text.h)
- * must not. Only complete tables answer, in the order in which they were first received; a stored
- * section whose length, section_syntax_indicator or CRC_32 is wrong, or that cannot be decoded, is
- * passed over. So is a descriptor whose length does not fit its contents.
- *
- * Identifiers are passed as 32-bit numbers of which the low 16 bits count. As the extension of a
- * table (transport_stream_id of an SDT, program_number, network_id, bouquet_id) 0xFFFF matches
- * every table.
- *
- * The client owns all memory that it passes and shares it with no other thread during the call. A
- * null pointer answers ORVA_SI_NULL_ARGUMENT before anything is locked or written.
- * - One value: the record is written on ORVA_SI_OK only.
- * - Raw bytes: the length is the capacity on entry and the number of bytes on return. When there is
- * too little room the answer is ORVA_SI_ARRAY_FULL and nothing is written. The length changes on
- * ORVA_SI_OK only.
- * - A list: the count is the capacity in elements on entry and the number written on return. It is
- * set to 0 first. ORVA_SI_ARRAY_FULL means that there was more: the array holds the first results
- * and the count equals the capacity. A list that just fits is ORVA_SI_OK, unless said otherwise.
+ * Each call reads the store anew and allocates nothing. Only complete tables answer, in the order
+ * in which they were first received; a stored section whose length, section_syntax_indicator or
+ * CRC_32 is wrong, or that cannot be decoded, is passed over. So is a descriptor whose length does
+ * not fit its contents.
  *
  * Descriptors with tags from 0x80 are private: they count only behind a
  * private_data_specifier_descriptor (0x5F, clause 6.2.31) in the same loop. A match holds to the
@@ -39,6 +25,38 @@
  *
  * BATs share that PID, and table_id is not compared: the rare BAT whose bytes also read as an SDT
  * answers those functions under its bouquet_id, and stands in Orva_Si_GetSdtAllTsList.
+ *
+ * @par Arguments
+ * Identifiers are passed as 32-bit numbers of which the low 16 bits count. As the extension of a
+ * table (transport_stream_id of an SDT, program_number, network_id, bouquet_id) 0xFFFF matches
+ * every table.
+ * - `ts`: transport_stream_id
+ * - `sid`: service_id
+ * - `ptsid`, `ponit`: receive the 16-bit identifier
+ * - `pname`: receives the name in its broadcast character table
+ * - `servlist`, `list`, `langidlist`: array to fill, one number for each element
+ * - `servnames`, `availlist`, `databroadcastdesc`, `region_array`: array to fill
+ * - `servicemove`, `lkgrpcserv`: receive the descriptor
+ * - `pcount`: capacity of the array in elements on entry, number written on return
+ *
+ * @par Results
+ * - One value: the record is written on ORVA_SI_OK only.
+ * - Raw bytes: the length is the capacity on entry and the number of bytes on return. When there is
+ * too little room the answer is ORVA_SI_ARRAY_FULL and nothing is written. The length changes on
+ * ORVA_SI_OK only.
+ * - A list: the count is set to 0 first. ORVA_SI_ARRAY_FULL means that there was more: the array
+ * holds the first results and the count equals the capacity. A list that just fits is ORVA_SI_OK,
+ * unless said otherwise.
+ * - ORVA_SI_NULL_ARGUMENT: a pointer is null; nothing was locked or written.
+ *
+ * @par Memory
+ * The client owns all memory that it passes and shares it with no other thread during the call.
+ * Answers are copies: nothing of the store is handed out.
+ *
+ * @par Threads and locks
+ * Any client thread and the client's callback may call; the language function
+ * (orva_si/query_text.h) must not. Each function takes Ts_Ctl_Mutex for its whole run, so it is not
+ * to be called with that lock held.
  */
 #ifndef ORVA_SI_QUERY_SERVICE_H
 #define ORVA_SI_QUERY_SERVICE_H
@@ -66,10 +84,9 @@ typedef struct SiServAvail {
 /** A data_broadcast_descriptor (0x64, clause 6.2.11). Its selector bytes and text are not kept. */
 typedef struct SiDataBroadcastDesc {
     uint16_t data_broadcast_id; /**< as ETSI TS 101 162 assigns them */
-    uint8_t
-        component_tag; /**< names the component by its stream_identifier_descriptor; 0 for none */
-    uint8_t selector_length; /**< bytes of selector in the descriptor */
-    char lang[4];            /**< ISO_639_language_code of the text and a NUL */
+    uint8_t component_tag;      /**< of a stream_identifier_descriptor; 0 for none */
+    uint8_t selector_length;    /**< bytes of selector in the descriptor */
+    char lang[4];               /**< ISO_639_language_code of the text and a NUL */
 } SiDataBroadcastDesc;
 
 /** One region of a target_region_descriptor (0x7F with extension 0x09, clause 6.4). */
@@ -96,7 +113,10 @@ typedef struct SiServiceMove {
     uint16_t new_service_id;          /**< new_service_id */
 } SiServiceMove;
 
-/* Multiplexes and lists of services */
+/**
+ * @name Multiplexes and lists of services
+ * @{
+ */
 
 /**
  * The transport_stream_id of the tuned multiplex, as its SDT tells it.
@@ -141,13 +161,16 @@ ORVA_SI_API uint32_t Orva_Si_GetServIdList(uint32_t ts, uint16_t *servlist, uint
  */
 ORVA_SI_API uint32_t Orva_Si_GetSdtAllTsList(uint16_t *list, uint32_t *pcount);
 
-/* Properties of a service */
+/** @} */
+
+/**
+ * @name Properties of a service
+ * @{
+ */
 
 /**
  * The service_name of the service_descriptor (0x48, clause 6.2.33).
  *
- * @param sid    service_id
- * @param pname  receives the name in its broadcast character table
  * @return ORVA_SI_OK; ORVA_SI_FAILURE when no SDT names the service; ORVA_SI_NULL_ARGUMENT
  */
 ORVA_SI_API uint32_t Orva_Si_GetServiceName(uint32_t sid, SiDvbString *pname);
@@ -180,7 +203,12 @@ ORVA_SI_API uint32_t Orva_Si_GetServiceEncrypted(uint32_t sid, uint8_t *pencrypt
 /** As Orva_Si_GetServiceEncrypted, in transport stream ts. */
 ORVA_SI_API uint32_t Orva_Si_GetServEncrypted(uint32_t ts, uint32_t sid, uint8_t *pencrypted);
 
-/** Another name of Orva_Si_GetServiceEncrypted: same answer, same results. */
+/**
+ * Another name of Orva_Si_GetServiceEncrypted: same answer, same results.
+ *
+ * @param sid           service_id
+ * @param free_ca_mode  receives 1 when a CA system may control access, 0 when all is in the clear
+ */
 ORVA_SI_API uint32_t Orva_Si_GetFreeCaMode(uint32_t sid, uint8_t *free_ca_mode);
 
 /** As Orva_Si_GetFreeCaMode, in transport stream ts. */
@@ -225,7 +253,12 @@ ORVA_SI_API uint32_t Orva_Si_GetEitPfFlag(uint32_t sid, uint8_t *eit_pf_flag);
 /** As Orva_Si_GetEitPfFlag, in transport stream ts. */
 ORVA_SI_API uint32_t Orva_Si_GetServEitPfFlag(uint32_t ts, uint32_t sid, uint8_t *eit_pf_flag);
 
-/* Descriptors of a service */
+/** @} */
+
+/**
+ * @name Descriptors of a service
+ * @{
+ */
 
 /**
  * The names of a service in several languages, one record for each entry of its
@@ -315,7 +348,12 @@ ORVA_SI_API uint32_t Orva_Si_GetSdtTargetRegionInfo(uint32_t ts, uint32_t sid,
 ORVA_SI_API uint32_t Orva_Si_GetSdtTargetRegionInfoCount(uint32_t ts, uint32_t sid,
                                                          uint32_t *parray_count);
 
-/* Private descriptors of a service */
+/** @} */
+
+/**
+ * @name Private descriptors of a service
+ * @{
+ */
 
 /**
  * The short name of a service: the whole private descriptor 0x87 as a text (DTG D-Book,
@@ -368,6 +406,8 @@ ORVA_SI_API uint32_t Orva_Si_GetPfNameByID(uint32_t onid, uint32_t ts, uint32_t 
  */
 ORVA_SI_API uint32_t Orva_Si_GetPfNameLangList(uint32_t onid, uint32_t ts, uint32_t sid,
                                                uint32_t *langidlist, uint32_t *pcount);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,9 +1,16 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
+ * @file
  * Text fields and languages, as the query functions hand them out.
  *
- * The functions of this header take no lock and may be called from any thread. Nothing here
- * converts characters: what a client shows it makes from SiDvbString with EN 300 468 annex A.
+ * Nothing here converts characters: what a client shows it makes from SiDvbString with EN 300 468
+ * annex A.
+ *
+ * @par Memory
+ * Arguments are the caller's and are not kept.
+ *
+ * @par Threads and locks
+ * Any thread; no lock is taken. A language function is installed before another thread asks.
  */
 #ifndef ORVA_SI_QUERY_TEXT_H
 #define ORVA_SI_QUERY_TEXT_H
@@ -51,13 +58,15 @@ ORVA_SI_API uint32_t Orva_Si_ProcessString(SiDvbString *dest, const uint8_t *sou
  * Installs the language function, once for the life of the process. To be called before the first
  * query that compares or lists languages: until then all languages have the number 0.
  *
+ * @param func  must stay callable as long as the process runs
  * @return ORVA_SI_OK; ORVA_SI_FAILURE when one is installed, which stays; ORVA_SI_INVALID_ARGUMENT
  * for a null func
  */
 ORVA_SI_API uint32_t Orva_Si_InstallISO639toIDFunc(SiISO639toIDFunc func);
 
 /**
- * Asks the language function for the number of a language. Both pointers go to it as they are.
+ * Asks the language function for the number of a language. Both pointers go to it as they are, null
+ * ones too.
  *
  * @param iso639_code  three characters and a NUL
  * @param language_id  receives the number; untouched when no function is installed

@@ -1,4 +1,8 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
+/**
+ * @file
+ * The result codes.
+ */
 #ifndef ORVA_SI_RESULT_H
 #define ORVA_SI_RESULT_H
 
@@ -17,9 +21,8 @@ enum orva_si_result {
     ORVA_SI_NO_DATA = 0x2000D,   /**< a list that nothing in the store answers; its count is 0 */
     ORVA_SI_NOT_FOUND = 0x20052, /**< no such PAT, PMT or EIT entity, or an invalid PID */
     ORVA_SI_UNKNOWN_SERVICE = 0x20063, /**< background service unknown, unregistered or paused */
-    ORVA_SI_SERVICE_RUNNING =
-        0x20064,                     /**< background service still running after the longest wait */
-    ORVA_SI_TABLE_DISABLED = 0x20065 /**< the kind of table is switched off by its enable flag */
+    ORVA_SI_SERVICE_RUNNING = 0x20064, /**< background service still running after the wait */
+    ORVA_SI_TABLE_DISABLED = 0x20065   /**< the kind of table is switched off by its enable flag */
 };
 
 /** Another name of ORVA_SI_NO_DATA. */

@@ -1,4 +1,30 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
+/**
+ * @file
+ * The store of raw sections, the dispatcher that fills it and the programs of the PAT. A client
+ * needs the summaries and the programs; the rest is what the query functions are made of.
+ *
+ * @par Arguments
+ * Of numbers wider than the field that they name, the low bits of the field's width count.
+ * - `ptbl`: a table of the store
+ * - `psection`, `psect`: a section
+ * - `pid`, `table_id`, `ext`, `ext1`, `ext2`: a key, as in SiTableKey, or of the table meant
+ * - `map`: 32 bytes, as in SiTable
+ * - `section_number`, `last_section_number`: those of a section header
+ * - `original_network_id`, `transport_stream_id`, `service_id`: the service of an event table
+ * - `prog_num`, `program_number`: program_number of the PAT
+ *
+ * @par Memory
+ * The store owns its tables, sections and lists. What is returned or accepted as a pointer into it
+ * is valid until the lock is given up. Sections that are handed in are copied and stay the
+ * caller's.
+ *
+ * @par Threads and locks
+ * Ts_Ctl_Mutex guards the list of tables and all below it. Functions that say "lock held" are
+ * called with it held, by the library's section thread or by a client that takes the exported mutex
+ * itself with Orva_MutexP and Orva_MutexV; they never take it. What says nothing about a lock takes
+ * none and runs on any thread.
+ */
 #ifndef ORVA_SI_STORE_H
 #define ORVA_SI_STORE_H
 
@@ -11,16 +37,6 @@
 extern "C" {
 #endif
 
-/**
- * @file
- * The store of raw sections, the dispatcher that fills it and the programs of the PAT.
- *
- * Ts_Ctl_Mutex guards the list of tables and all below it. Functions that say "lock held" are
- * called with it held, by the library's section thread or by a client that takes the exported mutex
- * itself with Orva_MutexP and Orva_MutexV; they never take it. What they return or accept as
- * pointer into the store is valid until it is given up.
- */
-
 /** Guards the table store and the list of programs. Taken before Ts_Eit_Mutex when both are needed.
  */
 extern ORVA_SI_API pthread_mutex_t Ts_Ctl_Mutex;
@@ -32,18 +48,18 @@ extern ORVA_SI_API pthread_mutex_t Ts_Time_Mutex;
 /** One raw section (ISO/IEC 13818-1, 2.4.4): handed in by the reception path, or a copy in the
  * store. */
 typedef struct SiSection {
-    uint16_t pid;
+    uint16_t pid;       /**< on which it was received, 13 bits */
     uint16_t filter_id; /**< the filter that delivered it; only on a section handed in */
     uint16_t sect_len; /**< handed in: bytes delivered; stored: bytes of the section, section_length
                           + 3 */
-    uint8_t
-        *section; /**< from table_id to CRC_32; a stored copy's buffer is rounded up to 32 bytes */
+    /** From table_id to CRC_32; the buffer of a stored copy is a multiple of 32 bytes. */
+    uint8_t *section;
 } SiSection;
 
 /** One sub-table of the store. Owned by the store with its list, links, sections and buffers. */
 typedef struct SiTable {
-    uint16_t pid;
-    uint8_t table_id;
+    uint16_t pid;                /**< of its sections */
+    uint8_t table_id;            /**< of its sections */
     uint16_t ext;                /**< table_id_extension of its first section */
     uint16_t ext1;               /**< transport_stream_id on PID 0x0012, else 0xFFFF */
     uint16_t ext2;               /**< original_network_id on PID 0x0012, else 0xFFFF */
@@ -56,44 +72,47 @@ typedef struct SiTable {
 
 /** Names tables: SI_ANY_PID, SI_ANY_TABLE_ID and SI_ANY_EXT match all. */
 typedef struct SiTableKey {
-    uint16_t pid;
-    uint8_t table_id;
-    uint16_t ext;
-    uint16_t ext1;
-    uint16_t ext2;
+    uint16_t pid;     /**< SI_ANY_PID for any */
+    uint8_t table_id; /**< SI_ANY_TABLE_ID for any */
+    uint16_t ext;     /**< table_id_extension; SI_ANY_EXT for any, also below */
+    uint16_t ext1;    /**< as in SiTable */
+    uint16_t ext2;    /**< as in SiTable */
 } SiTableKey;
 
 /** The sections of one service's events. */
 typedef struct SiEitService {
-    uint16_t original_network_id;
-    uint16_t transport_stream_id;
-    uint16_t service_id;
-    si_list *sections; /**< SiEitSection, in order of arrival */
+    uint16_t original_network_id; /**< of the service */
+    uint16_t transport_stream_id; /**< of the service */
+    uint16_t service_id;          /**< the service */
+    si_list *sections;            /**< SiEitSection, in order of arrival */
 } SiEitService;
 
 /** One section of events (EN 300 468, 5.2.4). A client with the lock may add and take out elements
  * of the list, but does not write into those of the store. */
 typedef struct SiEitSection {
-    uint16_t table_id; /**< folded: 0x4E present/following, 0x50-0x5F schedule, also of other
-                          multiplexes */
-    uint16_t sect_len; /**< bytes of the section */
-    uint8_t section_number;
-    uint8_t *section; /**< as received; null after a failed update */
+    uint16_t table_id;      /**< folded: 0x4E present/following, 0x50-0x5F schedule, also of other
+                               multiplexes */
+    uint16_t sect_len;      /**< bytes of the section */
+    uint8_t section_number; /**< of its sub-table */
+    uint8_t *section;       /**< as received; null after a failed update */
 } SiEitSection;
 
 /** The programs of the PAT (ISO/IEC 13818-1, 2.4.4.3). */
 typedef struct SiPmtPidList {
+    /** The programs, in the order of the PAT. */
     struct {
-        uint16_t program_number;
-        uint16_t pmt_pid; /**< 13 bits */
+        uint16_t program_number; /**< SI_NO_PROGRAM in an entry that is not used */
+        uint16_t pmt_pid;        /**< PID of its PMT, 13 bits */
     } pmtpid_array[255];
     uint32_t count;        /**< entries in use, at most 255 */
     uint16_t cur_prog_num; /**< the tuned program; SI_NO_PROGRAM for none */
     uint16_t cur_pmt_pid;  /**< its PMT's PID; SI_ANY_PID while unknown */
 } SiPmtPidList;
 
-/* ---- tables
- * ------------------------------------------------------------------------------------------- */
+/**
+ * @name Tables
+ * @{
+ */
 
 /**
  * Creates the empty stores and the three mutexes. Called once by the section thread.
@@ -102,30 +121,40 @@ typedef struct SiPmtPidList {
  */
 ORVA_SI_API uint32_t Orva_Si_InitTables(void);
 
-/** @return the list of SiTable itself; null before Orva_Si_InitTables and after
- * Orva_Si_DestorySectModel */
+/**
+ * Tells the list of tables, to be read with the lock held.
+ *
+ * @return the list of SiTable itself; null before Orva_Si_InitTables and after
+ * Orva_Si_DestorySectModel
+ */
 ORVA_SI_API si_list *Orva_Si_GetTableList(void);
 
 /**
  * Creates a table from its first section and appends it to the list; the section itself is not
  * stored. Lock held.
  *
- * @param psection  8 readable bytes, 12 on PID 0x0012
+ * @param psection  its bytes from table_id on, 8 of them readable, 12 on PID 0x0012
  * @return the table; null for a null section, without a store, or when memory or the limit of 4,096
  * tables is exhausted
  */
 ORVA_SI_API SiTable *Orva_Si_CreateTable(uint16_t pid, uint8_t table_id, const uint8_t *psection);
 
-/** @return the oldest table that the key matches; null when there is none. Lock held. */
+/** Finds a table. Lock held. @return the oldest one that the key matches; null when there is none
+ */
 ORVA_SI_API SiTable *Orva_Si_FindTableById(uint16_t pid, uint8_t table_id, uint16_t ext,
                                            uint16_t ext1, uint16_t ext2);
 
-/** @return 1 when the key matches the table, else 0, also for a null table. Lock held. */
+/** Compares a table with a key. Lock held. @return 1 when they match, else 0, also for null */
 ORVA_SI_API uint32_t Orva_Si_IsEqualTableById(const SiTable *ptbl, uint16_t pid, uint8_t table_id,
                                               uint16_t ext, uint16_t ext1, uint16_t ext2);
 
-/** Compares a SiTableKey with a SiTable, for si_list_find. @return 0 for a match, else -1, also for
- * null */
+/**
+ * Compares a key with a table, for si_list_find. Lock held.
+ *
+ * @param key    SiTableKey
+ * @param table  SiTable
+ * @return 0 for a match, else -1, also for null
+ */
 ORVA_SI_API int32_t find_table(const void *key, const void *table);
 
 /**
@@ -156,12 +185,17 @@ ORVA_SI_API uint32_t Orva_Si_DestorySectModel(void);
  */
 ORVA_SI_API uint32_t Orva_Si_IsStreamChanged(uint16_t pid, uint8_t table_id, uint16_t ext);
 
-/* ---- sections
- * ----------------------------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @name Sections
+ * @{
+ */
 
 /**
  * Stores a copy of a section in a table. Lock held.
  *
+ * @param ptbl      its table
  * @param psection  its sect_len must cover the whole section
  * @return ORVA_SI_OK; ORVA_SI_FAILURE when memory or the limit of 16 MiB is exhausted;
  * ORVA_SI_NULL_ARGUMENT for a null table, list, record or section
@@ -188,28 +222,43 @@ ORVA_SI_API uint32_t Orva_Si_RemoveSectInTable(SiTable *ptbl, SiSection *psect);
 /** Sets the bit of a section_number in a map of 32 bytes. @return 1; 0 for a null map */
 ORVA_SI_API uint32_t Orva_Si_SetSectMap(uint8_t *map, uint8_t section_number);
 
-/** Kept for its callers. @return 0 always */
+/** Kept for its callers; tests nothing. @return 0 always, also for a null map */
 ORVA_SI_API uint32_t Orva_Si_TestSectMap(const uint8_t *map, uint8_t section_number);
 
 /**
  * Tells whether a map holds every section up to last_section_number.
  *
- * @param map           32 bytes
  * @param segment_last  null, or for each segment of eight sections the last section_number that it
  * has
- * @return 1 or 0
+ * @return 1 or 0; 0 for a null map
  */
 ORVA_SI_API uint32_t Orva_Si_IsSegSectCompleted(const uint8_t *map, uint8_t last_section_number,
                                                 const uint8_t *segment_last);
 
-/** Compares the CRC_32 fields of two sections; nothing is computed. @return 1 when equal; 0, also
- * for null */
+/**
+ * Compares the CRC_32 fields of two sections; nothing is computed.
+ *
+ * @param psect   bytes of one, as many as its section_length says
+ * @param psectb  bytes of the other, likewise
+ * @return 1 when equal; 0 when not, and for null
+ */
 ORVA_SI_API uint32_t Orva_Si_IsCrcEqual(const uint8_t *psect, const uint8_t *psectb);
 
-/*
- * Summaries: the exclusive or of the CRC_32 fields of all sections of the complete tables that
- * match; 0 when there is none. A client compares them to learn of a change. Each answers
- * ORVA_SI_OK, or ORVA_SI_NULL_ARGUMENT; each takes Ts_Ctl_Mutex. Of ids the low 16 bits count.
+/** @} */
+
+/**
+ * @name Summaries
+ * The exclusive or of the CRC_32 fields of all sections of the complete tables that match; 0 when
+ * there is none. A client compares them to learn of a change. Each takes Ts_Ctl_Mutex.
+ *
+ * @par Arguments
+ * - `network_id`, `transport_stream_id`, `bouquet_id`: low 16 bits, compared with the
+ * table_id_extension; 0xFFFF takes every table
+ * - `pPATCRC`, `pNITCRC`, `pSDTCRC`, `pBATCRC`: receive the summary
+ *
+ * @par Results
+ * ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT.
+ * @{
  */
 
 /** All PATs. */
@@ -221,8 +270,12 @@ ORVA_SI_API uint32_t Orva_Si_GetSDTCRC(uint32_t transport_stream_id, uint32_t *p
 /** The BAT of a bouquet. */
 ORVA_SI_API uint32_t Orva_Si_GetBATCRC(uint32_t bouquet_id, uint32_t *pBATCRC);
 
-/* ---- dispatcher
- * --------------------------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @name The dispatcher
+ * @{
+ */
 
 /**
  * Takes a received section where it belongs: DSM-CC and time to the client, events to the event
@@ -235,28 +288,44 @@ ORVA_SI_API uint32_t Orva_Si_GetBATCRC(uint32_t bouquet_id, uint32_t *pBATCRC);
  */
 ORVA_SI_API uint32_t Si_Model_ProcessModel(SiSection *psection);
 
-/** The branch for events on PID 0x0012. @return as Orva_Si_ListEitImpl; ORVA_SI_NULL_ARGUMENT;
- * ORVA_SI_FAILURE for another PID */
+/**
+ * The branch for events on PID 0x0012. Takes Ts_Eit_Mutex.
+ *
+ * @return as Orva_Si_ListEitImpl; ORVA_SI_NULL_ARGUMENT; ORVA_SI_FAILURE for another PID
+ */
 ORVA_SI_API uint32_t Si_Model_HandleEitTables(SiSection *psect);
 
 /**
  * The branch for tables: drops repeats, restarts a table whose content changed, stores, and tells
  * of a table that became complete. Takes Ts_Ctl_Mutex.
  *
- * @return as Si_Model_ProcessModel
+ * @return as Si_Model_ProcessModel, ORVA_SI_OK for null too
  */
 ORVA_SI_API uint32_t Si_Model_CollectTables(SiSection *psection);
 
-/** @return the stored section with the PID and section_number of this one; null when there is none.
- * Lock held. */
+/**
+ * Finds the section that a received one would replace. Lock held.
+ *
+ * @return the stored section with the PID and section_number of this one; null when there is none,
+ * and for a null table or section
+ */
 ORVA_SI_API SiSection *Si_Model_FindSection(SiTable *ptbl, const SiSection *psection);
 
-/** Compares two SiSection by PID and section_number, for si_list_find. @return 0 for a match, else
- * -1 */
+/**
+ * Compares two sections by PID and section_number, for si_list_find. Lock held.
+ *
+ * @param record  SiSection
+ * @param stored  SiSection
+ * @return 0 for a match, else -1, also for null
+ */
 ORVA_SI_API int32_t find_section(const void *record, const void *stored);
 
-/* ---- events
- * ------------------------------------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @name Events
+ * @{
+ */
 
 /**
  * Stores a section of events or replaces the one it follows, lets its filter wait for the next
@@ -264,8 +333,11 @@ ORVA_SI_API int32_t find_section(const void *record, const void *stored);
  * lock is given up; the client hears of a new one even when memory or the limits of 8,192 services
  * and 128 MiB were exhausted. Takes Ts_Eit_Mutex.
  *
- * @param table_id  folded, as in SiEitSection
- * @param sect_len  readable bytes at section
+ * @param table_id        folded, as in SiEitSection
+ * @param section_number  of the section
+ * @param sect_len        readable bytes at section
+ * @param section         its bytes from table_id on; copied. Null is taken as no bytes, which are
+ * not stored
  * @return ORVA_SI_OK
  */
 ORVA_SI_API uint32_t Orva_Si_ListEitImpl(uint16_t original_network_id, uint16_t transport_stream_id,
@@ -273,7 +345,11 @@ ORVA_SI_API uint32_t Orva_Si_ListEitImpl(uint16_t original_network_id, uint16_t 
                                          uint8_t section_number, uint16_t sect_len,
                                          const uint8_t *section);
 
-/** @return the list of SiEitService itself; null before Orva_Si_InitTables */
+/**
+ * Tells the list of events, to be read with Ts_Eit_Mutex held.
+ *
+ * @return the list of SiEitService itself; null before Orva_Si_InitTables
+ */
 ORVA_SI_API si_list *Orva_Si_GetDvbEitList(void);
 
 /** Empties the event store. Takes Ts_Eit_Mutex. @return ORVA_SI_OK */
@@ -287,13 +363,18 @@ ORVA_SI_API uint32_t Orva_Si_RemoveEitRawData(void);
  * service: both sections of present/following, or one section of each segment of a schedule, in one
  * version. Then lets its filter wait for the next version. Ts_Eit_Mutex held.
  *
+ * @param peit     the service
  * @param section  readable as far as its section_length says
  * @return 1 when complete; 0 when not, for other multiplexes and for null
  */
 ORVA_SI_API uint32_t Si_ModListImpl_IsEITCompleted(SiEitService *peit, const uint8_t *section);
 
-/* ---- programs of the PAT, bulk deletions
- * -------------------------------------------------------------- */
+/** @} */
+
+/**
+ * @name Programs of the PAT, bulk deletions
+ * @{
+ */
 
 /** Forgets all programs and the tuned one. Lock held. @return ORVA_SI_OK */
 ORVA_SI_API uint32_t Si_Model_ResetPmtPidList(void);
@@ -309,20 +390,25 @@ ORVA_SI_API uint32_t Si_Model_ResetCurTuningProgramNum(void);
  */
 ORVA_SI_API uint32_t Si_Model_UpdateCurPmtInfo(void);
 
-/** @return the PMT's PID of a program; SI_ANY_PID for program 0 or one that the PAT does not list
- */
+/** Tells the PID of a program's PMT. @return it; SI_ANY_PID for program 0 or one that the PAT does
+ * not list */
 ORVA_SI_API uint32_t Si_Model_GetPmtPid(uint16_t prog_num);
 
-/** As Si_Model_GetPmtPid; of prog_num the low 16 bits count. Ts_Ctl_Mutex is not taken. */
+/** As Si_Model_GetPmtPid. */
 ORVA_SI_API uint32_t Orva_Si_GetPmtPid(uint32_t prog_num);
 
-/** @return 1 when the PAT lists the program (low 16 bits), else 0; 0 for SI_NO_PROGRAM */
+/** Tells whether the PAT lists a program. @return 1 or 0; 0 for SI_NO_PROGRAM */
 ORVA_SI_API uint32_t Orva_Si_IsPmtExisted(uint32_t program_number);
 
-/** @return 1 when the PAT lists the program with this PMT PID (low 16 bits each), else 0 */
+/**
+ * Tells whether the PAT lists a program with this PID of its PMT.
+ *
+ * @param pmt_pid  low 16 bits
+ * @return 1 or 0; 0 for SI_NO_PROGRAM and SI_ANY_PID
+ */
 ORVA_SI_API uint32_t Orva_Si_IsPmtExistedByPidAndProgNum(uint32_t program_number, uint32_t pmt_pid);
 
-/** @return 1 when there are programs and the PMT of each is stored, else 0. Lock held. */
+/** Tells whether there are programs and the PMT of each is stored. Lock held. @return 1 or 0 */
 ORVA_SI_API uint32_t Orva_Si_DoAllPmtReady(void);
 
 /**
@@ -346,11 +432,18 @@ ORVA_SI_API uint32_t Orva_Si_DelMissedPmtCaches(void);
 /** Removes all PMTs; reaches as far as Orva_Si_DelMissedPmtCaches. Lock held. @return ORVA_SI_OK */
 ORVA_SI_API uint32_t Orva_Si_DeleteAllPmtCaches(void);
 
-/** Removes all tables. Lock held. @param mode ignored @return ORVA_SI_OK */
+/**
+ * Removes all tables. Lock held.
+ *
+ * @param mode  ignored
+ * @return ORVA_SI_OK
+ */
 ORVA_SI_API uint32_t Orva_Si_DeleteCaches(uint32_t mode);
 
 /** As Orva_Si_DeleteCaches. Lock held. @return ORVA_SI_OK */
 ORVA_SI_API uint32_t Orva_Si_ClearCache(void);
+
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -1,7 +1,14 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
 /**
- * Time tables: TDT and TOT (EN 300 468, 5.2.5 and 5.2.6), local time offsets, and the time format
- * of DVB: a Modified Julian Date and a time of six BCD digits (EN 300 468 annex C).
+ * @file
+ * Time tables: TDT and TOT (EN 300 468 clauses 5.2.5 and 5.2.6), local time offsets, and the time
+ * format of DVB: a Modified Julian Date and a time of six BCD digits (EN 300 468 annex C).
+ *
+ * @par Memory
+ * Sections are the caller's and not kept; answers are written to the caller's records.
+ *
+ * @par Threads and locks
+ * Each function tells its own.
  */
 #ifndef ORVA_SI_TIME_H
 #define ORVA_SI_TIME_H
@@ -18,22 +25,22 @@ typedef struct SiDate {
     uint8_t month;    /**< 1 to 12 */
     uint8_t day;      /**< 1 to 31 */
     uint8_t reserved; /**< never written */
-    uint8_t hour;
-    uint8_t minute;
-    uint8_t second;
+    uint8_t hour;   /**< 0 to 23; what is out of range in the broadcast stays so, here and below */
+    uint8_t minute; /**< 0 to 59 */
+    uint8_t second; /**< 0 to 59 */
 } SiDate;
 
-/** An entry of a local_time_offset_descriptor (EN 300 468, 6.2.20). */
+/** An entry of a local_time_offset_descriptor (EN 300 468 clause 6.2.20). */
 typedef struct SiLocalTimeOffset {
     uint8_t valid;                      /**< 1 */
     char country_code[4];               /**< ISO 3166, three characters and a zero byte */
     uint8_t country_region_id;          /**< six bits; 0 when the country has one time zone */
     uint8_t local_time_offset_polarity; /**< 0: local time is ahead of UTC; 1: behind */
     uint16_t offset_hours;              /**< the offset now in force */
-    uint16_t offset_minutes;
-    SiDate time_of_change;     /**< when the next one comes into force */
-    uint8_t next_offset_hours; /**< the offset from then on */
-    uint8_t next_offset_minutes;
+    uint16_t offset_minutes;            /**< beside the hours */
+    SiDate time_of_change;              /**< when the next one comes into force */
+    uint8_t next_offset_hours;          /**< the offset from then on */
+    uint8_t next_offset_minutes;        /**< beside the hours */
 } SiLocalTimeOffset;
 
 /**

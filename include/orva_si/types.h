@@ -1,4 +1,8 @@
 /* SPDX-License-Identifier: LGPL-2.1-or-later */
+/**
+ * @file
+ * What several headers share: numbers that may be addresses, "any" and "none" values, text.
+ */
 #ifndef ORVA_SI_TYPES_H
 #define ORVA_SI_TYPES_H
 
@@ -6,8 +10,8 @@
 
 #include "orva_si/result.h"
 
-/** Marks what the shared library exports; everything else stays hidden. */
 #ifndef ORVA_SI_API
+/** Marks what the shared library exports; everything else stays hidden. */
 #define ORVA_SI_API __attribute__((visibility("default")))
 #endif
 
@@ -15,7 +19,7 @@
  */
 typedef uintptr_t SiWord;
 
-/** Wildcards of a table key and "none" values of identifiers. */
+/* Wildcards of a table key and "none" values of identifiers. */
 #define SI_ANY_PID 0x2000 /**< any PID in a key; "no PID" elsewhere (13-bit PIDs end at 0x1FFF) */
 #define SI_ANY_TABLE_ID 0xFF /**< any table_id in a key */
 #define SI_ANY_EXT 0xFFFF    /**< any table_id_extension in a key */
