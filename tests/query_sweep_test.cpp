@@ -12,7 +12,6 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
-#include <ostream>
 #include <set>
 #include <sstream>
 #include <string>
@@ -28,16 +27,6 @@ using test::answered;
 using test::getter;
 using test::gives;
 using test::octets;
-
-namespace test {
-
-// In the names of the tests.
-void PrintTo(const answered &row, std::ostream *out)
-{
-    *out << row.name;
-}
-
-} // namespace test
 
 namespace {
 

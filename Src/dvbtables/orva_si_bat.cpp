@@ -53,9 +53,12 @@ uint32_t Orva_Si_GetServiceListInBouquet(uint32_t bouquet_id, SiBouquetService *
     return query<bat_codec>(SI_HERE, bat_of(bouquet_id), list, [&](dvb_bat_section &bat) {
         for (dvb_nit_transport &transport : transports(bat))
             if (!every_listed_service(transport, [&](const dvb_service_list_service &service) {
-                    return list.put(SiBouquetService{service.service_id, service.service_type,
-                                                     transport.transport_stream_id,
-                                                     transport.original_network_id});
+                    return list.put([&](SiBouquetService &record) {
+                        record.service_id = service.service_id;
+                        record.service_type = service.service_type;
+                        record.transport_stream_id = transport.transport_stream_id;
+                        record.original_network_id = transport.original_network_id;
+                    });
                 }))
                 return step::full;
         return step::next;

@@ -160,6 +160,17 @@ SiTargetRegion read_region(byte_reader &in, bytes country)
     return region;
 }
 
+bool put_region(const many<SiTargetRegion> &list, const SiTargetRegion &region)
+{
+    return list.put([&](SiTargetRegion &record) {
+        std::ranges::copy(region.country_code, record.country_code);
+        record.has_region_country = region.has_region_country;
+        std::ranges::copy(region.region_country_code, record.region_country_code);
+        record.region_depth = region.region_depth;
+        record.region_code = region.region_code;
+    });
+}
+
 bytes read_region_name(byte_reader &in)
 {
     const std::uint8_t kind = in.u8();

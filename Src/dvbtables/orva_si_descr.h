@@ -122,6 +122,8 @@ byte_reader extension(const descriptor &d, std::uint8_t tag_extension);
 
 // One entry of a target_region_descriptor of that country.
 SiTargetRegion read_region(byte_reader &in, bytes country);
+// Appends a region, field by field.
+bool put_region(const many<SiTargetRegion> &list, const SiTargetRegion &region);
 // The name in one entry of a target_region_name_descriptor.
 bytes read_region_name(byte_reader &in);
 

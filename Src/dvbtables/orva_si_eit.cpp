@@ -3,6 +3,8 @@
 // apart from texts (EN 300 468, 5.2.4).
 #include "orva_si_eit.h"
 
+#include <cstring>
+
 #include "orva_si/time.h"
 
 namespace si {
@@ -61,7 +63,7 @@ template <class End, class Wanted, class Visit>
 std::uint32_t each_event(site here, const service_key &key, const End &end, Wanted wanted,
                          Visit visit)
 {
-    return query_events(here, key, end, wanted, [&](dvb_eit_section &section) {
+    return query_events(here, key, end, wanted, any_event, [&](dvb_eit_section &section) {
         for (dvb_eit_event &event : events(section))
             if (!visit(event))
                 return step::full;
@@ -127,10 +129,10 @@ bool runs_within(dvb_eit_event &event, std::uint32_t start_time, std::uint32_t e
 
 void describe(site here, dvb_eit_event &event, std::uint32_t language_id, SiBasicEvent &to)
 {
-    to = {.event_id = event.event_id,
-          .start_time = start_of(event),
-          .duration = duration_of(event),
-          .event_name = {}};
+    to.event_id = event.event_id;
+    to.start_time = start_of(event);
+    to.duration = duration_of(event);
+    std::memset(&to.event_name, 0, sizeof to.event_name);
     if (const auto *named = first_in_language<dvb_short_event_descriptor>(here, event, language_id))
         copy_text(to.event_name, read_short_event(*named).name);
 }
@@ -293,7 +295,7 @@ uint32_t Orva_Si_GetBnrEvtId(uint32_t onid, uint32_t ts, uint32_t sid, uint32_t 
     SI_REQUIRE(pevent_id);
     const site here = SI_HERE;
     std::uint32_t ahead = index;
-    return query_events(here, service_of(onid, ts, sid), ORVA_SI_NOT_FOUND, banner_only,
+    return query_events(here, service_of(onid, ts, sid), ORVA_SI_NOT_FOUND, banner_only, any_event,
                         [&](dvb_eit_section &section) {
                             const dvb_eit_event *event = count_down(section, ahead);
                             if (event == nullptr)
@@ -385,7 +387,8 @@ uint32_t Orva_Si_EvtGetPfNameId(uint32_t onid, uint32_t ts, uint32_t sid, uint32
     SI_REQUIRE(pf_name_id);
     const site here = SI_HERE;
     return query_events(here, service_of(onid, ts, sid), ORVA_SI_NOT_FOUND,
-                        chosen_by(here, bisbanner), [&](dvb_eit_section &section) {
+                        chosen_by(here, bisbanner), event_with(event_id),
+                        [&](dvb_eit_section &section) {
                             // The section's own, which the key of its service need not repeat.
                             if (!is_of_network(here, section.original_network_id, onid))
                                 return step::next;

@@ -68,7 +68,7 @@ template <class End, class Question>
 std::uint32_t ask_event(site here, const event_key &key, const End &end, Question question)
 {
     return query_events(here, key.service, end, chosen_by(here, key.bisbanner),
-                        [&](dvb_eit_section &section) {
+                        event_with(key.event_id), [&](dvb_eit_section &section) {
                             dvb_eit_event *event = find_event(section, key.event_id);
                             return event != nullptr ? question(*event) : step::next;
                         });

@@ -118,7 +118,10 @@ uint32_t Orva_Si_GetServiceList(uint32_t nid, uint32_t ts, uint32_t onid,
     const auto meant = stream_with(ts, onid);
     return ask_transports(here, nid, meant, list, [&](dvb_nit_transport &transport) {
         if (every_listed_service(transport, [&](const dvb_service_list_service &service) {
-                return list.put(SiServiceListEntry{service.service_id, service.service_type});
+                return list.put([&](SiServiceListEntry &record) {
+                    record.service_id = service.service_id;
+                    record.service_type = service.service_type;
+                });
             }))
             return step::next;
         SI_LOG_AT(here, level::error, "need more room! *pcount = %d, count = %d\n",

@@ -20,19 +20,36 @@ constexpr SiTableKey nit_of(std::uint32_t nid)
 
 // ---- Which transport streams of a network are meant
 
-inline constexpr auto any_stream = [](const dvb_nit_transport &) { return true; };
+inline constexpr auto any_stream = [](std::uint16_t, std::uint16_t) { return true; };
 
 constexpr auto stream_with(std::uint32_t ts)
 {
-    return [id = low16(ts)](const dvb_nit_transport &transport) {
-        return transport.transport_stream_id == id;
+    return [wanted = low16(ts)](std::uint16_t transport_stream_id, std::uint16_t) {
+        return transport_stream_id == wanted;
     };
 }
 
 constexpr auto stream_with(std::uint32_t ts, std::uint32_t onid)
 {
-    return [id = low16(ts), network = low16(onid)](const dvb_nit_transport &transport) {
-        return transport.transport_stream_id == id && transport.original_network_id == network;
+    return [wanted = low16(ts), network = low16(onid)](std::uint16_t transport_stream_id,
+                                                       std::uint16_t original_network_id) {
+        return transport_stream_id == wanted && original_network_id == network;
+    };
+}
+
+// Whether a section shows one of them at a first look (EN 300 468, 5.2.1). Its loop of transport
+// streams is taken to end with the section, whatever length it claims.
+template <class Meant>
+constexpr auto showing_stream(Meant meant)
+{
+    return [meant](bytes section) {
+        byte_reader in{section_body(section, 8)};
+        in.span(in.u16() & 0x0FFFu); // descriptors of the network
+        in.u16();                    // transport_stream_loop_length
+        return in.ok && shows_entry<6>(in.all(), [&](auto transport) {
+                   return meant(be16(transport.template first<2>()),
+                                be16(transport.template subspan<2, 2>()));
+               });
     };
 }
 
@@ -41,15 +58,16 @@ template <class Meant, class End, class Question>
 std::uint32_t ask_transports(site here, std::uint32_t nid, Meant meant, const End &end,
                              Question question)
 {
-    return query<nit_codec>(here, nit_of(nid), end, [&](dvb_nit_section &nit) {
+    const auto ask = [&](dvb_nit_section &nit) {
         for (dvb_nit_transport &transport : transports(nit)) {
-            if (!meant(transport))
+            if (!meant(transport.transport_stream_id, transport.original_network_id))
                 continue;
             if (const step answer = question(transport); answer != step::next)
                 return answer;
         }
         return step::next;
-    });
+    };
+    return query<nit_codec>(here, nit_of(nid), end, ask, showing_stream(meant));
 }
 
 } // namespace si

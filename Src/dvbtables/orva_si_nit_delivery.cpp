@@ -11,49 +11,50 @@ namespace si {
 
 namespace {
 
-// Frequencies and symbol rates stay as they are coded.
-SiSatelliteDelivery to_record(const dvb_nit_transport &transport,
-                              const dvb_satellite_delivery_descriptor &coded)
+// Field by field, so that padding stays the caller's. Frequencies and symbol rates stay as they are
+// coded.
+void fill(SiSatelliteDelivery &record, const dvb_nit_transport &transport,
+          const dvb_satellite_delivery_descriptor &coded)
 {
-    return {.transport_stream_id = transport.transport_stream_id,
-            .frequency = coded.frequency,
-            .orbital_position = coded.orbital_position,
-            .west_east_flag = coded.west_east_flag,
-            .polarisation = coded.polarization,
-            .modulation_system = coded.modulation_system,
-            .roll_off = coded.roll_off,
-            .modulation_type = coded.modulation_type,
-            .symbol_rate = coded.symbol_rate,
-            .FEC_inner = static_cast<std::uint8_t>(coded.fec_inner)};
+    record.transport_stream_id = transport.transport_stream_id;
+    record.frequency = coded.frequency;
+    record.orbital_position = coded.orbital_position;
+    record.west_east_flag = coded.west_east_flag;
+    record.polarisation = coded.polarization;
+    record.modulation_system = coded.modulation_system;
+    record.roll_off = coded.roll_off;
+    record.modulation_type = coded.modulation_type;
+    record.symbol_rate = coded.symbol_rate;
+    record.FEC_inner = static_cast<std::uint8_t>(coded.fec_inner);
 }
 
-SiCableDelivery to_record(const dvb_nit_transport &transport,
-                          const dvb_cable_delivery_descriptor &coded)
+void fill(SiCableDelivery &record, const dvb_nit_transport &transport,
+          const dvb_cable_delivery_descriptor &coded)
 {
-    return {.transport_stream_id = transport.transport_stream_id,
-            .frequency = coded.frequency,
-            .FEC_outer = static_cast<std::uint8_t>(coded.fec_outer),
-            .modulation = coded.modulation,
-            .symbol_rate = coded.symbol_rate,
-            .FEC_inner = static_cast<std::uint8_t>(coded.fec_inner)};
+    record.transport_stream_id = transport.transport_stream_id;
+    record.frequency = coded.frequency;
+    record.FEC_outer = static_cast<std::uint8_t>(coded.fec_outer);
+    record.modulation = coded.modulation;
+    record.symbol_rate = coded.symbol_rate;
+    record.FEC_inner = static_cast<std::uint8_t>(coded.fec_inner);
 }
 
-SiTerrDelivery to_record(const dvb_nit_transport &transport,
-                         const dvb_terrestrial_delivery_descriptor &coded)
+void fill(SiTerrDelivery &record, const dvb_nit_transport &transport,
+          const dvb_terrestrial_delivery_descriptor &coded)
 {
-    return {.transport_stream_id = transport.transport_stream_id,
-            .centre_frequency = coded.centre_frequency,
-            .bandwidth = coded.bandwidth,
-            .priority = coded.priority,
-            .time_slicing_indicator = coded.time_slicing_indicator,
-            .mpe_fec_indicator = coded.mpe_fec_indicator,
-            .constellation = coded.constellation,
-            .hierarchy_information = coded.hierarchy_information,
-            .code_rate_hp_stream = coded.code_rate_hp_stream,
-            .code_rate_lp_stream = coded.code_rate_lp_stream,
-            .guard_interval = coded.guard_interval,
-            .transmission_mode = coded.transmission_mode,
-            .other_frequency_flag = coded.other_frequency_flag};
+    record.transport_stream_id = transport.transport_stream_id;
+    record.centre_frequency = coded.centre_frequency;
+    record.bandwidth = coded.bandwidth;
+    record.priority = coded.priority;
+    record.time_slicing_indicator = coded.time_slicing_indicator;
+    record.mpe_fec_indicator = coded.mpe_fec_indicator;
+    record.constellation = coded.constellation;
+    record.hierarchy_information = coded.hierarchy_information;
+    record.code_rate_hp_stream = coded.code_rate_hp_stream;
+    record.code_rate_lp_stream = coded.code_rate_lp_stream;
+    record.guard_interval = coded.guard_interval;
+    record.transmission_mode = coded.transmission_mode;
+    record.other_frequency_flag = coded.other_frequency_flag;
 }
 
 // What a list says about each record that it has written; only satellites are told.
@@ -83,7 +84,7 @@ std::uint32_t deliveries(site here, std::uint32_t nid, const many<Record> &list)
         if (coded == nullptr)
             return step::next;
         const bool put = list.put([&](Record &record) {
-            record = to_record(transport, *coded);
+            fill(record, transport, *coded);
             tell(here, *list.count, record);
         });
         return put ? step::next : step::full;
@@ -98,7 +99,7 @@ std::uint32_t delivery(site here, std::uint32_t nid, std::uint32_t ts, Record &r
         const auto *coded = first<Descriptor>(descriptors(transport));
         if (coded == nullptr)
             return step::next;
-        record = to_record(transport, *coded);
+        fill(record, transport, *coded);
         return step::found;
     });
 }

@@ -58,7 +58,7 @@ std::uint32_t stream_regions(site here, std::uint32_t nid, std::uint32_t ts, std
 
 auto put_into(const many<SiTargetRegion> &regions)
 {
-    return [regions](const SiTargetRegion &region) { return regions.put(region); };
+    return [regions](const SiTargetRegion &region) { return put_region(regions, region); };
 }
 
 // Counts whatever it is shown, from 0.

@@ -3,6 +3,7 @@
 
 #include "orva_si_loops.h"
 #include "orva_si_modellistimpl.h"
+#include "orva_si_tablelinks.h"
 
 namespace si {
 
@@ -67,16 +68,19 @@ step walk_records(site here, si_list *records, Visit visit)
     return step::next;
 }
 
-step walk_event_sections(site here, si_list *sections, event_visitor visit) SI_NEEDS(eit)
+// Asks each of some tables that the key matches.
+template <class Tables>
+step ask_tables(site here, const Tables &tables, const SiTableKey &key, section_visitor visit,
+                int &walked)
 {
-    const service_summary kept = fitting_summary(sections);
-    if (kept.empty() || log_enabled(level::trace))
-        return walk_records<SiEitSection>(here, sections, [&](const SiEitSection &stored) {
-            return is_whole(stored) ? visit(summary_of(stored), stored) : step::next;
-        });
-    for (std::size_t at = 0; at < kept.known.size(); ++at)
-        if (const step answer = visit(kept.known[at], *kept.record[at]); answer != step::next)
+    for (const SiTable &table : tables) {
+        ++walked;
+        if (!is_queryable(here, table, key))
+            continue;
+        const step answer = walk_sections(here, table.psect_list, visit);
+        if (answer == step::found || answer == step::full)
             return answer;
+    }
     return step::next;
 }
 
@@ -100,17 +104,24 @@ step walk_sections(site here, si_list *sections, section_visitor visit)
 
 step walk_tables(site here, const SiTableKey &key, section_visitor visit)
 {
+    si_list *tables = Orva_Si_GetTableList();
     int walked = 0;
-    for (const SiTable &table : elements<SiTable>(Orva_Si_GetTableList())) {
-        ++walked;
-        if (!is_queryable(here, table, key))
-            continue;
-        const step answer = walk_sections(here, table.psect_list, visit);
-        if (answer == step::found || answer == step::full)
-            return answer;
-    }
-    SI_LOG_AT(here, level::trace, "all are looped of count=%d\n", walked);
-    return step::next;
+    if (!log_enabled(level::trace))
+        if (const auto linked = find_linked_tables(tables, key))
+            return ask_tables(here, *linked, key, visit, walked);
+    const step answer = ask_tables(here, elements<SiTable>(tables), key, visit, walked);
+    if (answer == step::next)
+        SI_LOG_AT(here, level::trace, "all are looped of count=%d\n", walked);
+    return answer;
+}
+
+service_summary known_sections(const service_key &key)
+{
+    if (log_enabled(level::trace))
+        return {};
+    const SiEitService *service =
+        find_eit_service(key.original_network_id, key.transport_stream_id, key.service_id);
+    return service != nullptr ? fitting_summary(service->sections) : service_summary{};
 }
 
 step walk_events(site here, const service_key &key, event_visitor visit)
@@ -119,7 +130,10 @@ step walk_events(site here, const service_key &key, event_visitor visit)
     if (const SiEitService *service = find_service(here, key, walked)) {
         SI_LOG_AT(here, level::trace, "found the service entry and the secion counts = %d\n",
                   service->sections != nullptr ? service->sections->nb_elt : 0);
-        const step answer = walk_event_sections(here, service->sections, visit);
+        const step answer =
+            walk_records<SiEitSection>(here, service->sections, [&](const SiEitSection &stored) {
+                return is_whole(stored) ? visit(summary_of(stored), stored) : step::next;
+            });
         if (answer != step::next)
             return answer;
     }

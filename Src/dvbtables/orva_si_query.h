@@ -5,9 +5,11 @@
 #ifndef SRC_DVBTABLES_ORVA_SI_QUERY_H
 #define SRC_DVBTABLES_ORVA_SI_QUERY_H
 
+#include <algorithm>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 #include "orva_si/store.h"
 #include "orva_si_bytes.h"
@@ -51,17 +53,20 @@ struct many {
     bool full() const { return *count == capacity; }
     // The element that put would write next; only while not full.
     T &candidate() const { return out[*count]; }
-    // Appends a value, or lets a function fill the element in place: fields it does not name stay
-    // the caller's.
+    // Appends a value, or lets a function fill the element in place: what it does not name stays
+    // the caller's. A record with padding is to be filled field by field: assigned as a whole it
+    // would carry there what lay in our memory.
     template <class V>
     [[nodiscard]] bool put(V value) const
     {
         if (full())
             return false;
-        if constexpr (std::invocable<V &, T &>)
+        if constexpr (std::invocable<V &, T &>) {
             value(candidate());
-        else
+        } else {
+            static_assert(std::has_unique_object_representations_v<T>);
             candidate() = value;
+        }
         ++*count;
         return true;
     }
@@ -130,9 +135,42 @@ struct service_key {
     std::uint16_t service_id;
 };
 
-// Visits the stored sections of a service, complete or not, in the order of their arrival. Without
-// the trace those that are not whole are visited too.
+// What is known of a service's sections, so that only those are touched that may answer. Empty
+// where nothing is known, and with the trace, which tells of each: walk them.
+service_summary known_sections(const service_key &key) SI_NEEDS(eit);
+
+// Visits the stored sections of a service that are whole, complete or not, in the order of their
+// arrival.
 step walk_events(site here, const service_key &key, event_visitor visit) SI_NEEDS(eit);
+
+// ---- A first look at the stored bytes: whether a section is worth its checks. It may be damaged,
+// so a look shows all that can come out of it undamaged, and no look changes an answer.
+
+struct any_section {
+    bool operator()(bytes) const { return true; }
+};
+
+// Whether a loop has an entry that is meant, by its fixed part, which ends with the 12-bit length
+// of what follows it.
+template <std::size_t Fixed, class Meant>
+bool shows_entry(bytes loop, Meant meant)
+{
+    while (loop.size() >= Fixed) {
+        const auto entry = loop.first<Fixed>();
+        if (meant(entry))
+            return true;
+        const std::size_t length = be16(entry.template last<2>()) & 0x0FFFu;
+        loop = loop.subspan(std::min(Fixed + length, loop.size()));
+    }
+    return false;
+}
+
+// What stands in front of the CRC_32 from that byte on; empty when there is nothing.
+inline bytes section_body(bytes section, std::size_t from)
+{
+    const bytes body = section.first(section.size() - std::min(crc_bytes, section.size()));
+    return body.subspan(std::min(from, body.size()));
+}
 
 // ---- How sections are opened
 
@@ -140,13 +178,17 @@ struct silently {
     void operator()() const {}
 };
 
-// Visits the decoded section; one that fails its checks is passed over, and one that its codec
-// refuses too, once refused was called.
-template <auto Codec, std::size_t Capacity = largest_psi_section, class Visit,
-          class Refused = silently>
-auto decoding(Visit &visit, Refused refused = {})
+// Visits the decoded section, if a look at its bytes says that it may answer, or there is a trace
+// to be written; one that fails its checks is passed over, and one that its codec refuses too, once
+// refused was called.
+template <auto Codec, std::size_t Capacity = largest_psi_section, class Look = any_section,
+          class Visit, class Refused = silently>
+auto decoding(Visit &visit, Look may_answer = {}, Refused refused = {})
 {
-    return [&visit, refused](const std::uint8_t *stored) {
+    return [&visit, may_answer, refused](const std::uint8_t *stored) {
+        const std::size_t size = section_size(stored);
+        if (size > Capacity || (!may_answer(bytes{stored, size}) && !log_enabled(level::trace)))
+            return step::next;
         section_buffer<Capacity> buffer;
         section_ext *head = load_section(buffer.room, stored);
         if (head == nullptr)
@@ -191,11 +233,12 @@ std::uint32_t conclude(site here, step last, const End &end)
         return end;
 }
 
-// Asks the decoded sections of the tables that the key matches.
-template <auto Codec, class End, class Visit>
-std::uint32_t query(site here, const SiTableKey &key, const End &end, Visit visit)
+// Asks the decoded sections of the tables that the key matches, of those that may answer.
+template <auto Codec, class End, class Visit, class Look = any_section>
+std::uint32_t query(site here, const SiTableKey &key, const End &end, Visit visit,
+                    Look may_answer = {})
 {
-    auto opened = decoding<Codec>(visit);
+    auto opened = decoding<Codec>(visit, may_answer);
     const scope_lock lock{ctl, here};
     return conclude(here, walk_tables(here, key, section_visitor{opened}), end);
 }
@@ -226,15 +269,35 @@ int room_of(const End &end)
         return 1;
 }
 
+// One event, as it shows from outside of a section; or any.
+struct sought_event {
+    event_marks marks = 0;
+    std::uint16_t event_id = 0;
+
+    bool may_be_in(event_marks section) const { return (section & marks) == marks; }
+    bool operator()(bytes section) const // EN 300 468, 5.2.4
+    {
+        return marks == 0 || shows_entry<12>(section_body(section, 14), [this](auto event) {
+                   return be16(event.template first<2>()) == event_id;
+               });
+    }
+};
+constexpr sought_event any_event{};
+
+constexpr sought_event event_with(std::uint32_t event_id)
+{
+    return {marks_of(low16(event_id)), low16(event_id)};
+}
+
 // Asks the decoded sections of a service's events, of those that are wanted for what is known of
-// them.
+// them and may carry the event that is sought.
 template <class End, class Wanted, class Visit>
 std::uint32_t query_events(site here, const service_key &key, const End &end, Wanted wanted,
-                           Visit visit)
+                           const sought_event &sought, Visit visit)
 {
     SI_LOG_AT(here, level::trace, "on_id: %d, ts_id: %d, serv_id: %d, count: %d\n",
               key.original_network_id, key.transport_stream_id, key.service_id, room_of(end));
-    auto opened = decoding<eit_codec, largest_section>(visit, [here] {
+    auto opened = decoding<eit_codec, largest_section>(visit, sought, [here] {
         SI_LOG_AT(here, level::trace, "@@@@@@@@@@@@@@@@@@@@@@@@ eit_section == NULL\n");
     });
     auto asked = [&](const section_summary &known, const SiEitSection &stored) {
@@ -245,7 +308,14 @@ std::uint32_t query_events(site here, const service_key &key, const End &end, Wa
         SI_LOG_AT(here, level::error, "%%%%%%%%%%%% mutex locked yet &&&&&&&&&&\n");
         return ORVA_SI_FAILURE;
     }
-    return conclude(here, walk_events(here, key, event_visitor{asked}), end);
+    const service_summary kept = known_sections(key);
+    if (kept.empty())
+        return conclude(here, walk_events(here, key, event_visitor{asked}), end);
+    step answer = step::next;
+    for (std::size_t at = 0; at < kept.known.size() && answer == step::next; ++at)
+        if (sought.may_be_in(kept.events[at]))
+            answer = asked(kept.known[at], *kept.record[at]);
+    return conclude(here, answer, end);
 }
 
 } // namespace si

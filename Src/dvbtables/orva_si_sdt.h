@@ -28,15 +28,26 @@ inline dvb_sdt_service *find_service(dvb_sdt_section &sdt, std::uint32_t sid)
     return nullptr;
 }
 
+// Whether a section shows the service at a first look (EN 300 468, 5.2.3).
+constexpr auto showing_service(std::uint32_t sid)
+{
+    return [id = low16(sid)](bytes section) {
+        return shows_entry<5>(section_body(section, 11), [id](auto service) {
+            return be16(service.template first<2>()) == id;
+        });
+    };
+}
+
 // Asks the service of each section that names it, until one does not answer next.
 template <class End, class Question>
 std::uint32_t visit_service(site here, const SiTableKey &key, std::uint32_t sid, const End &end,
                             Question question)
 {
-    return query<sdt_codec>(here, key, end, [&](dvb_sdt_section &sdt) {
+    const auto ask = [&](dvb_sdt_section &sdt) {
         dvb_sdt_service *service = find_service(sdt, sid);
         return service != nullptr ? question(*service) : step::next;
-    });
+    };
+    return query<sdt_codec>(here, key, end, ask, showing_service(sid));
 }
 
 // Asks for one value of a service; the question answers whether the service had it.

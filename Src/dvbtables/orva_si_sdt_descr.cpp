@@ -64,7 +64,10 @@ bool append_cells(site here, bytes content, const many<SiServAvail> &list)
     const std::uint8_t available = in.u8() >> 7;
     while (in.left() >= sizeof(std::uint16_t)) {
         const std::uint16_t cell = in.u16();
-        if (!list.put(SiServAvail{available, cell}))
+        if (!list.put([&](SiServAvail &record) {
+                record.avail_flag = available;
+                record.cell_id = cell;
+            }))
             return false;
         SI_LOG_AT(here, level::trace, "availlist[%d].avail_falg = %d, cell_id = %d\n",
                   static_cast<int>(*list.count - 1), available, cell);
@@ -260,12 +263,13 @@ template <class End, class Question>
 std::uint32_t preferred_names_of(site here, std::uint32_t onid, std::uint32_t ts, std::uint32_t sid,
                                  const End &end, Question question)
 {
-    return query<sdt_codec>(here, sdt_of(ts), end, [&](dvb_sdt_section &sdt) {
+    const auto ask = [&](dvb_sdt_section &sdt) {
         if (!is_of_network(here, sdt.original_network_id, onid))
             return step::next;
         dvb_sdt_service *service = find_service(sdt, sid);
         return service != nullptr ? ask_preferred_names(here, *service, question) : step::next;
-    });
+    };
+    return query<sdt_codec>(here, sdt_of(ts), end, ask, showing_service(sid));
 }
 
 // The name of that number out of the names of a language, when it is the one wanted.
@@ -363,7 +367,7 @@ uint32_t Orva_Si_GetSdtTargetRegionInfo(uint32_t ts, uint32_t sid, SiTargetRegio
     SI_REQUIRE(parray_count);
     const many list{region_array, parray_count, {.some = ORVA_SI_FAILURE, .none = ORVA_SI_FAILURE}};
     return regions_of(SI_HERE, ts, sid, list,
-                      [&](const SiTargetRegion &region) { return list.put(region); });
+                      [&](const SiTargetRegion &region) { return put_region(list, region); });
 }
 
 uint32_t Orva_Si_GetSdtTargetRegionInfoCount(uint32_t ts, uint32_t sid, uint32_t *parray_count)

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <ostream>
 #include <string_view>
 #include <vector>
 
@@ -54,6 +55,12 @@ struct answered {
     octets section() const { return section_with(descriptor); }
     octets section_with(const octets &other) const;
 };
+
+// In the names of tests.
+inline void PrintTo(const answered &row, std::ostream *out)
+{
+    *out << row.name;
+}
 
 const std::vector<answered> &getter_table();
 
