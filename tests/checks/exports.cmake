@@ -10,7 +10,8 @@ function(orva_check_exports library list needed) # and the targets whose objects
     if(NOT ORVA_SANITIZE) # is not what is installed
         add_test(NAME exports.${library}.binding
             COMMAND sh ${CMAKE_CURRENT_SOURCE_DIR}/exports_binding.sh ${CMAKE_READELF} $<TARGET_FILE:${library}>
-                    lib${library}.so.${PROJECT_VERSION_MAJOR} $<CONFIG:Release,RelWithDebInfo,MinSizeRel> "${needed}" ${objects}
+                    lib${library}.so.${PROJECT_VERSION_MAJOR} $<CONFIG:Release,RelWithDebInfo,MinSizeRel>
+                    $<BOOL:${CMAKE_CROSSCOMPILING}> "${needed}" ${objects}
             COMMAND_EXPAND_LISTS)
     endif()
 endfunction()
