@@ -1,53 +1,89 @@
-# The query layer compiled at each of ORVA_LEVELS, under its tests. libucsi stores through pointers of other types and lays
-# packed records over bytes, much of it in functions that are compiled into the layer's sources: what becomes of that is up
-# to the compiler and its level of optimisation. The tests and the rest of the library are compiled once.
+# The query layer as each compiler makes it at each level of optimisation, under its tests. libucsi stores through pointers
+# of other types and lays packed records over bytes, much of it in functions that are compiled into the layer's sources:
+# what becomes of that is up to the compiler and its level. Only the layer is compiled again, the tests and the rest of the
+# library are those of this build.
+set(levels gcc-O0 gcc-O3 clang-O0 clang-O2 clang-O3) # this build is gcc's -O2
+find_program(ORVA_CLANG clang++)
+mark_as_advanced(ORVA_CLANG)
 
 get_target_property(layer orva_si_objects SOURCES)
-orva_log_sources(${layer}) # properties of sources end with their folder
-set(rest ${layer})
 list(FILTER layer INCLUDE REGEX "/dvbtables/")
-list(FILTER rest EXCLUDE REGEX "/dvbtables/")
+orva_log_sources(${layer}) # properties of sources end with their folder
+set(rest $<FILTER:$<TARGET_OBJECTS:orva_si_objects>,EXCLUDE,/dvbtables/>)
 
-function(orva_layer_objects target level)
-    add_library(${target} OBJECT EXCLUDE_FROM_ALL ${ARGN})
+function(orva_gcc_layer target level)
+    add_library(${target} STATIC EXCLUDE_FROM_ALL ${layer})
     orva_settings(${target})
-    target_compile_options(${target} PRIVATE -O${level})
-    target_include_directories(${target} PUBLIC $<TARGET_PROPERTY:orva_si_objects,INTERFACE_INCLUDE_DIRECTORIES>)
-    target_link_libraries(${target} PUBLIC $<TARGET_PROPERTY:orva_si_objects,INTERFACE_LINK_LIBRARIES>)
+    target_compile_options(${target} PRIVATE -${level})
+    target_include_directories(${target} PRIVATE $<TARGET_PROPERTY:orva_si_objects,INTERFACE_INCLUDE_DIRECTORIES>)
+    target_link_libraries(${target} PRIVATE $<TARGET_PROPERTY:orva_si_objects,INTERFACE_LINK_LIBRARIES>)
 endfunction()
 
-orva_layer_objects(orva_si_rest 1 ${rest})
-foreach(level ${ORVA_LEVELS})
-    orva_layer_objects(orva_query_O${level} ${level} ${layer})
+# A build has one compiler for a language: this one is called by hand. Its warnings are for the presets of the sanitizers.
+function(orva_clang_layer target level)
+    set(folders "$<TARGET_PROPERTY:orva_si_objects,INCLUDE_DIRECTORIES>")
+    set(objects "")
+    foreach(source ${layer})
+        cmake_path(GET source STEM stem)
+        set(object ${CMAKE_CURRENT_BINARY_DIR}/${target}/${stem}.o)
+        get_property(definitions SOURCE ${source} PROPERTY COMPILE_DEFINITIONS)
+        list(GET definitions -1 definition)
+        add_custom_command(OUTPUT ${object} DEPENDS ${source} DEPFILE ${object}.d VERBATIM COMMAND_EXPAND_LISTS
+            COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_CURRENT_BINARY_DIR}/${target}
+            COMMAND ${CMAKE_CXX_COMPILER_LAUNCHER} ${ORVA_CLANG} -std=c++20 -${level} -g1 -fPIE -fvisibility=hidden
+                    -fno-strict-aliasing "-D${definition}" "-I$<JOIN:${folders},;-I>" -MD -MT ${object} -MF ${object}.d
+                    -c ${source} -o ${object})
+        list(APPEND objects ${object})
+    endforeach()
+    add_library(${target} STATIC EXCLUDE_FROM_ALL ${objects})
+    set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
+endfunction()
+
+foreach(name ${levels})
+    string(REGEX MATCH "^([a-z]+)-(.+)$" _ ${name})
+    cmake_language(CALL orva_${CMAKE_MATCH_1}_layer orva_query_${name} ${CMAKE_MATCH_2})
 endforeach()
 
-add_library(orva_levels_precompiled OBJECT precompiled.cpp)
-orva_test_settings(orva_levels_precompiled)
-target_precompile_headers(orva_levels_precompiled PRIVATE <gmock/gmock.h> <gtest/gtest.h> <string> <vector>)
-target_link_libraries(orva_levels_precompiled PRIVATE GTest::gmock GTest::gtest_main)
+# Every value of every byte is tried at the level of this build.
+add_library(query_sweep_of_levels OBJECT EXCLUDE_FROM_ALL query_sweep_test.cpp)
+orva_test_settings(query_sweep_of_levels)
+target_compile_definitions(query_sweep_of_levels PRIVATE ORVA_SWEEP_STEP=5)
+target_include_directories(query_sweep_of_levels PRIVATE $<TARGET_PROPERTY:orva_si_objects,INTERFACE_INCLUDE_DIRECTORIES>)
+target_link_libraries(query_sweep_of_levels PRIVATE orva_test_fakes)
 
 set(modules sdt pmt pat nit bat eit query codec descr time)
 list(TRANSFORM modules REPLACE "(.+)" "${CMAKE_CURRENT_SOURCE_DIR}/orva_si_\\1*_test.cpp" OUTPUT_VARIABLE patterns)
-file(GLOB units CONFIGURE_DEPENDS ${patterns} ${CMAKE_CURRENT_SOURCE_DIR}/query_sweep_test.cpp)
+file(GLOB units CONFIGURE_DEPENDS ${patterns})
 list(FILTER units EXCLUDE REGEX "orva_si_eitstore")
+list(APPEND units ${CMAKE_CURRENT_SOURCE_DIR}/query_sweep_test.cpp)
+
 add_custom_target(orva_levels)
+set(script "")
 foreach(source ${units})
     cmake_path(GET source STEM stem)
-    add_library(${stem} OBJECT EXCLUDE_FROM_ALL ${source})
-    orva_test_settings(${stem})
-    target_precompile_headers(${stem} REUSE_FROM orva_levels_precompiled)
-    target_link_libraries(${stem} PRIVATE orva_test_fakes GTest::gmock)
-    target_include_directories(${stem} PRIVATE $<TARGET_PROPERTY:orva_si_objects,INTERFACE_INCLUDE_DIRECTORIES>)
-    foreach(level ${ORVA_LEVELS})
-        set(name ${stem}_O${level})
-        add_executable(${name} EXCLUDE_FROM_ALL $<TARGET_OBJECTS:${stem}>)
-        target_link_libraries(${name} PRIVATE orva_query_O${level} orva_si_rest orva_test_fakes GTest::gmock GTest::gtest_main)
+    set(objects ${stem})
+    if(stem STREQUAL query_sweep_test)
+        set(objects query_sweep_of_levels)
+    endif()
+    foreach(level ${levels})
+        set(name ${stem}.${level})
+        add_executable(${name} EXCLUDE_FROM_ALL $<TARGET_OBJECTS:${objects}> ${rest})
+        target_link_libraries(${name} PRIVATE orva_query_${level} orva_test_fakes orva_ucsi PkgConfig::GLIB Threads::Threads
+                              orva_test_runner)
         target_link_options(${name} PRIVATE -Wl,--wrap=g_slice_alloc)
         include(${CMAKE_CURRENT_SOURCE_DIR}/${stem}.cmake OPTIONAL)
-        orva_discover(${name})
         add_dependencies(orva_levels ${name})
+        string(APPEND script "orva_test_of_level(${name})\n")
     endforeach()
 endforeach()
 
-# Every value of every byte is tried by the other presets.
-set_property(SOURCE query_sweep_test.cpp APPEND PROPERTY COMPILE_DEFINITIONS ORVA_SWEEP_STEP=5)
+# CTest knows those that are built, under a label of their own.
+file(CONFIGURE OUTPUT levels_include.cmake @ONLY CONTENT "function(orva_test_of_level name)
+    set(program \"@CMAKE_CURRENT_BINARY_DIR@/\${name}\")
+    if(EXISTS \"\${program}\")
+        add_test(\${name} \"\${program}\")
+        set_tests_properties(\${name} PROPERTIES LABELS levels PROCESSORS 3 @orva_test_properties@)
+    endif()
+endfunction()
+@script@")
+set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${CMAKE_CURRENT_BINARY_DIR}/levels_include.cmake)
