@@ -8,117 +8,25 @@
 // before the next, as a satellite sends them; or scattered: the same work, but each service lies
 // then where the processor's caches are not.
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 #include <random>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "sections.h"
+#include "events.h"
+#include "measure.h"
 
 namespace {
 
 using namespace bench;
 
-// ---- Eight days of a service: a section for each segment of three hours, of six events each
-// (EN 300 468, 5.2.4; ETSI TS 101 211, 4.1.4), and its present and its following event.
-
-constexpr std::uint16_t services_per_stream = 25;
-constexpr std::uint16_t network = 1;
-constexpr unsigned segments_per_table = 32;
-constexpr unsigned schedule_tables = 2;
-constexpr unsigned events_per_section = 6;
-constexpr unsigned events_per_table = segments_per_table * events_per_section;
-constexpr unsigned schedule_events = schedule_tables * events_per_table;
-constexpr std::size_t sections_per_service = schedule_tables * segments_per_table + 2;
-constexpr std::uint16_t first_day = 61364; // 20 November 2026, as a Modified Julian Date
-constexpr std::uint32_t language = 7;      // what the client calls "eng"
+constexpr std::uint32_t language = 7; // what the client calls "eng"
 
 enum order : std::int64_t { carousel, by_day, scattered };
-
-std::uint16_t stream_of(std::uint16_t service)
-{
-    return static_cast<std::uint16_t>(1 + service / services_per_stream);
-}
-
-unsigned bcd(unsigned number)
-{
-    return number / 10 << 4 | number % 10;
-}
-
-std::string name_of(std::uint16_t service, unsigned event)
-{
-    return "Programme " + std::to_string(event) + " of service " + std::to_string(service);
-}
-
-octets event_descriptors(std::uint16_t service, unsigned event)
-{
-    octets named;
-    put(named, "eng");
-    put_text(named, name_of(service, event));
-    put_text(named, std::string(80, static_cast<char>('a' + event % 26)));
-    octets made = descriptor(0x4D, named);
-    put(made, descriptor(0x50, {0xF1, 0x01, 0x01, 'e', 'n', 'g'}));
-    put(made, descriptor(0x54, {static_cast<std::uint8_t>(event), 0x00}));
-    put(made, descriptor(0x55, {'G', 'B', 'R', 0x03}));
-    return made;
-}
-
-// Half an hour each, one behind the other.
-void put_event(octets &to, std::uint16_t service, unsigned event)
-{
-    put(to, event, 2);
-    put(to, first_day + event / 48, 2);
-    put(to, bcd(event / 2 % 24) << 16 | (event % 2 != 0 ? 0x3000u : 0u), 3);
-    put(to, 0x003000, 3);
-    put_loop(to, 0, event_descriptors(service, event));
-}
-
-octets eit_payload(std::uint16_t service, std::uint8_t segment_last, std::uint8_t last_table)
-{
-    octets payload;
-    put(payload, stream_of(service), 2);
-    put(payload, network, 2);
-    put(payload, segment_last, 1);
-    put(payload, last_table, 1);
-    return payload;
-}
-
-// Of the tuned multiplex: its tables are checked for completeness at each section, which other
-// multiplexes are spared.
-table_head eit_head(std::uint16_t service, std::uint8_t table_id, unsigned number, unsigned last)
-{
-    return {.pid = 0x12,
-            .table_id = table_id,
-            .ext = service,
-            .number = static_cast<std::uint8_t>(number),
-            .last_number = static_cast<std::uint8_t>(last)};
-}
-
-section present_following(std::uint16_t service, unsigned number)
-{
-    octets payload = eit_payload(service, 1, 0x4E);
-    put_event(payload, service, number);
-    return make_section(eit_head(service, 0x4E, number, 1), payload);
-}
-
-section schedule(std::uint16_t service, unsigned table, unsigned segment)
-{
-    const auto table_id = static_cast<std::uint8_t>(0x50 + table);
-    const auto number = static_cast<std::uint8_t>(8 * segment);
-    octets payload = eit_payload(service, number, 0x50 + schedule_tables - 1);
-    for (unsigned i = 0; i < events_per_section; ++i)
-        put_event(payload, service, table * events_per_table + segment * events_per_section + i);
-    return make_section(eit_head(service, table_id, number, 8 * (segments_per_table - 1)), payload);
-}
 
 // An item and when it is on air.
 template <class T>
@@ -190,20 +98,6 @@ std::vector<section> make_sections(const benchmark::State &state)
 
 // ---- The store
 
-// What is freed stays with the process, so that storing finds memory that was used before, much of
-// it or little.
-void keep_freed_memory()
-{
-    mallopt(M_TRIM_THRESHOLD, -1);
-    mallopt(M_MMAP_THRESHOLD, 1 << 30);
-}
-
-double heap_in_use()
-{
-    const auto heap = mallinfo2();
-    return static_cast<double>(heap.uordblks + heap.hblkhd);
-}
-
 void store(std::vector<section> &sections)
 {
     for (section &each : sections)
@@ -251,28 +145,6 @@ double bytes_of(const std::vector<section> &sections)
     return sum;
 }
 
-// What a function answers in a process of its own; below 0 when that failed.
-template <class Work>
-double in_child(Work work)
-{
-    double answer = -1;
-    std::array<int, 2> ends{};
-    if (pipe(ends.data()) != 0)
-        return answer;
-    const pid_t child = fork();
-    if (child == 0) {
-        answer = work();
-        const bool sent = write(ends[1], &answer, sizeof answer) == sizeof answer;
-        _exit(sent ? 0 : 1);
-    }
-    close(ends[1]);
-    if (child < 0 || read(ends[0], &answer, sizeof answer) != sizeof answer)
-        answer = -1;
-    close(ends[0]);
-    waitpid(child, nullptr, 0);
-    return answer;
-}
-
 // ---- What is measured
 
 // Heap that a full store takes, beside the bytes of its sections, for each of them. First of all
@@ -296,16 +168,6 @@ void heap_per_section(benchmark::State &state)
         state.counters["section_bytes"] = bytes / count;
         state.counters["more_heap"] = (taken - bytes) / count;
     }
-}
-
-// Puts other memory into the processor's caches. What a round freed a moment ago would else be
-// there still when the next one takes it, if it is little.
-void fill_caches()
-{
-    static std::vector<std::uint8_t> other(std::size_t{64} << 20);
-    for (std::size_t at = 0; at < other.size(); at += 64)
-        ++other[at];
-    benchmark::ClobberMemory();
 }
 
 // Sections that are not held yet, into a store that fills from empty.
