@@ -11,6 +11,15 @@
 #include <cstring>
 #include <new>
 
+// Set in builds with the address sanitizer, whatever the compiler calls that.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define SI_ADDRESS_SANITIZER
+#endif
+#elif defined(__SANITIZE_ADDRESS__)
+#define SI_ADDRESS_SANITIZER
+#endif
+
 namespace si {
 
 // What a hostile multiplex can make the library hold. Honest ones stay far below.
@@ -70,12 +79,19 @@ void release_record(T *record)
     release(record, sizeof(T));
 }
 
-// A zeroed buffer for a section of that length; null when memory is exhausted.
+// A buffer for a section of that length, which the caller fills: zero behind it.
+inline std::uint8_t *section_buffer_in(void *memory, std::size_t length)
+{
+    auto *buffer = static_cast<std::uint8_t *>(memory);
+    std::memset(buffer + length, 0, section_buffer_size(length) - length);
+    return buffer;
+}
+
+// The same in new memory; null when that is exhausted.
 inline std::uint8_t *allocate_section(std::size_t length)
 {
-    const std::size_t size = section_buffer_size(length);
-    void *memory = allocate(size);
-    return memory == nullptr ? nullptr : static_cast<std::uint8_t *>(std::memset(memory, 0, size));
+    void *memory = allocate(section_buffer_size(length));
+    return memory == nullptr ? nullptr : section_buffer_in(memory, length);
 }
 
 inline void release_section(std::uint8_t *section, std::size_t length)

@@ -36,8 +36,10 @@ constexpr std::uint32_t pmt_service = 0; // the background service that ages PMT
 struct section_head {
     explicit section_head(const SiSection &record)
     {
-        const std::size_t present = std::min<std::size_t>(record.sect_len, byte.size());
-        std::copy_n(record.section, present, byte.begin());
+        if (record.sect_len >= byte.size())
+            std::memcpy(byte.data(), record.section, byte.size());
+        else
+            std::copy_n(record.section, record.sect_len, byte.begin());
     }
     std::uint8_t table_id() const { return byte[0]; }
     std::size_t size() const { return section_size(byte.data()); }
@@ -202,6 +204,20 @@ constexpr std::uint8_t folded(std::uint8_t table_id)
 }
 static_assert(folded(0x65) == 0x55 && folded(0x4F) == 0x4E && folded(0x50) == 0x50);
 
+std::uint32_t store_event(site here, const arrival &in)
+{
+    const std::uint16_t transport_stream_id = in.head.word<8>();
+    const std::uint16_t original_network_id = in.head.word<10>();
+    const auto size = static_cast<std::uint16_t>(in.head.size());
+    SI_LOG_AT(here, level::trace, "transport_stream_id=%#x, orignal_network_id=%#x\n",
+              transport_stream_id, original_network_id);
+    SI_LOG_AT(here, level::trace, "section_length =%#x\n",
+              static_cast<unsigned>(size - section_header_bytes));
+    return Orva_Si_ListEitImpl(original_network_id, transport_stream_id, in.head.ext(),
+                               folded(in.head.table_id()), in.head.section_number(), size,
+                               in.record.section);
+}
+
 template <class Matches>
 pmt_entry find_program(Matches matches)
 {
@@ -251,7 +267,8 @@ uint32_t Si_Model_ProcessModel(SiSection *psection)
         SI_LOG(level::trace, "post time section ret = %#x\n", result);
         return result;
     }
-    return is_event(in) ? Si_Model_HandleEitTables(psection) : Si_Model_CollectTables(psection);
+    return is_event(in) ? store_event({SI_SOURCE, "Si_Model_HandleEitTables", __LINE__}, in)
+                        : Si_Model_CollectTables(psection);
 }
 
 uint32_t Si_Model_HandleEitTables(SiSection *psect)
@@ -264,17 +281,7 @@ uint32_t Si_Model_HandleEitTables(SiSection *psect)
         SI_LOG(level::error, "wrong eit pid\n");
         return ORVA_SI_FAILURE;
     }
-    const section_head head{*psect};
-    const std::uint16_t transport_stream_id = head.word<8>();
-    const std::uint16_t original_network_id = head.word<10>();
-    const auto size = static_cast<std::uint16_t>(head.size());
-    SI_LOG(level::trace, "transport_stream_id=%#x, orignal_network_id=%#x\n", transport_stream_id,
-           original_network_id);
-    SI_LOG(level::trace, "section_length =%#x\n",
-           static_cast<unsigned>(size - section_header_bytes));
-    return Orva_Si_ListEitImpl(original_network_id, transport_stream_id, head.ext(),
-                               folded(head.table_id()), head.section_number(), size,
-                               psect->section);
+    return store_event(SI_HERE, {*psect, section_head{*psect}});
 }
 
 uint32_t Si_Model_CollectTables(SiSection *psection)
@@ -333,21 +340,23 @@ uint32_t Orva_Si_InsertSection(SiTable *ptbl, const SiSection *psection)
         SI_LOG(level::fatal, "fatal error: cannot malloc memory!!!\n");
         return ORVA_SI_FAILURE;
     }
-    si::on_exit undo{[&] { free_stored_section(record); }};
     const std::size_t size = section_size(psection->section);
     const std::size_t rounded = section_buffer_size(size);
-    if (reserve_table_bytes(rounded, table_id)) {
-        record->section = allocate_section(size);
-        if (record->section == nullptr)
+    const bool fits = reserve_table_bytes(rounded, table_id);
+    si::on_exit undo{[&] {
+        if (fits)
             return_table_bytes(rounded);
-    }
+        drop_kept(record->section, size);
+        release_record(record);
+    }};
+    if (fits)
+        record->section = keep_section(psection->section, size);
     if (record->section == nullptr) {
         SI_LOG(level::fatal, "fatal error: cant malloc memory!!!\n");
         return ORVA_SI_FAILURE;
     }
     record->pid = psection->pid;
     record->sect_len = static_cast<std::uint16_t>(size);
-    std::memcpy(record->section, psection->section, size);
     if (si_list_add(ptbl->psect_list, record, -1) == -1) {
         SI_LOG(level::fatal, "can't add the section into table\n");
         return ORVA_SI_FAILURE;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "orva_si/lifecycle.h"
 #include "orva_si_alloc.h"
@@ -28,6 +29,9 @@ namespace {
 si_list *tables_list = nullptr;
 si_list *eit_list = nullptr;
 std::size_t table_bytes = 0;
+
+// To what this thread stores. The model spares a call for each look at it.
+thread_local section_offer *offered __attribute__((tls_model("initial-exec"))) = nullptr;
 
 // Removes the table at a position, its link included.
 void drop_table_at(std::int32_t position)
@@ -112,6 +116,39 @@ void clear_summary(SiTable &table)
 }
 
 } // namespace
+
+section_offer::section_offer(const SiSection &of) : section{of.section}, length{of.sect_len}
+{
+    offered = this;
+}
+
+section_offer::~section_offer()
+{
+    offered = nullptr;
+}
+
+std::uint8_t *keep_section(const std::uint8_t *section, std::size_t length)
+{
+    section_offer *const offer = offered;
+    if (offer != nullptr && !offer->is_taken && offer->section == section &&
+        offer->length == length) {
+        offer->is_taken = true;
+        return const_cast<std::uint8_t *>(section);
+    }
+    std::uint8_t *copy = allocate_section(length);
+    if (copy != nullptr)
+        std::memcpy(copy, section, length);
+    return copy;
+}
+
+void drop_kept(std::uint8_t *kept, std::size_t length)
+{
+    section_offer *const offer = offered;
+    if (offer != nullptr && offer->is_taken && offer->section == kept)
+        offer->is_taken = false;
+    else
+        release_section(kept, length);
+}
 
 bool reserve_table_bytes(std::size_t size, std::uint8_t table_id)
 {

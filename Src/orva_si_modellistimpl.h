@@ -18,6 +18,31 @@ void return_table_bytes(std::size_t size);
 // Frees a stored section with its buffer; it must already be out of its list, or about to leave it.
 void free_stored_section(SiSection *record);
 
+// A section whose owner lets the store keep its bytes in place of a copy, while this lasts and on
+// this thread. They are in memory of allocate_section(), as long as the record says.
+class section_offer {
+public:
+    explicit section_offer(const SiSection &of);
+    ~section_offer();
+    section_offer(const section_offer &) = delete;
+    section_offer &operator=(const section_offer &) = delete;
+    // Once they are, the owner touches them no more.
+    bool taken() const { return is_taken; }
+
+private:
+    friend std::uint8_t *keep_section(const std::uint8_t *section, std::size_t length);
+    friend void drop_kept(std::uint8_t *kept, std::size_t length);
+    const std::uint8_t *section;
+    std::size_t length;
+    bool is_taken = false;
+};
+
+// A section's bytes for the store: the very ones, when they are offered and that many, else a copy.
+// Null when memory is exhausted.
+std::uint8_t *keep_section(const std::uint8_t *section, std::size_t length);
+// Undoes that, for bytes that did not get into the store: those offered are their owner's again.
+void drop_kept(std::uint8_t *kept, std::size_t length);
+
 // The first record of a service in the event store; null when there is none. The time it takes does
 // not grow with the store, unless a client put something of its own into the list.
 SiEitService *find_eit_service(std::uint16_t original_network_id, std::uint16_t transport_stream_id,

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // The road of a section from the driver's callback through the queue to the dispatcher.
 #include <algorithm>
-#include <atomic>
+#include <array>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <span>
 #include <utility>
@@ -10,7 +11,9 @@
 #include "orva_si/channel.h"
 #include "orva_si/readiness.h"
 #include "orva_si_bytes.h"
+#include "orva_si_modellistimpl.h"
 #include "orva_si_sectflt.h"
+#include "orva_si_sectflt_queue.h"
 #include "orva_si_siids.h"
 
 namespace si {
@@ -22,36 +25,6 @@ constexpr std::uint32_t longest_batch = 200; // sections of one list delivery
 constexpr std::size_t smallest_section = 4;
 constexpr std::uint32_t busy_polls = 5;
 constexpr std::uint32_t busy_poll_ms = 50;
-
-pthread_mutex_t queue_mutex = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t queue_filled = PTHREAD_COND_INITIALIZER;
-constinit store_mutex queue_lock{queue_mutex};
-
-// Sections that wait for the section thread. Changed with the lock held; the two sizes are read
-// without it by the callbacks, to which they are limits, not exact counts.
-struct section_queue {
-    GSList *first = nullptr;
-    GSList *last = nullptr;
-    std::atomic<std::uint32_t> count{0};
-    std::atomic<std::size_t> bytes{0};
-    bool processing = false;     // else sections are freed unprocessed
-    bool thread_waiting = false; // nobody else needs a signal
-};
-constinit section_queue queue SI_GUARDED_BY(queue_lock);
-
-// Queued or being processed. Who reads 0 sees all that processing has done.
-std::atomic<std::uint32_t> pending_sections{0};
-std::uint8_t thread_busy; // while a batch is processed
-
-std::uint32_t queued_sections() SI_THREAD_SAFETY(no_thread_safety_analysis)
-{
-    return queue.count.load(std::memory_order_relaxed);
-}
-
-std::size_t queued_bytes() SI_THREAD_SAFETY(no_thread_safety_analysis)
-{
-    return queue.bytes.load(std::memory_order_relaxed);
-}
 
 // The table_id_extension; a byte that was not delivered counts as 0.
 std::uint16_t extension_of(const std::uint8_t *section, std::size_t length)
@@ -70,12 +43,21 @@ bool is_present(const SiDmxSection &section)
 }
 
 // The length of both parts together, which the driver may have chosen to wrap in 32 bits.
+std::uint64_t total_length(const SiDmxSection &section)
+{
+    return std::uint64_t{section.PrimaraySectionSize} + section.SecondarySectionSize;
+}
+
+bool has_length(const SiDmxSection &section)
+{
+    return total_length(section) >= smallest_section && total_length(section) <= largest_section;
+}
+
 std::optional<std::uint16_t> length_of(site here, std::uint32_t filter_id,
                                        const SiDmxSection &section)
 {
-    const std::uint64_t length =
-        std::uint64_t{section.PrimaraySectionSize} + section.SecondarySectionSize;
-    if (length >= smallest_section && length <= largest_section)
+    const std::uint64_t length = total_length(section);
+    if (has_length(section))
         return static_cast<std::uint16_t>(length);
     SI_LOG_AT(here, level::fatal,
               "Bad section length! fiilter_id: %d, length: %d, "
@@ -89,34 +71,45 @@ std::optional<std::uint16_t> length_of(site here, std::uint32_t filter_id,
     return std::nullopt;
 }
 
-// Room in the queue is part of memory: without it nothing is allocated.
-SiSection *allocate_node(std::uint8_t table_id)
+// Room in the queue is part of memory: without it nothing is allocated, nor taken from what is
+// spare. A batch is measured as if it were one section, for it is far smaller than the reserve.
+SiSection *node_in(section_memory &spare, std::uint8_t table_id)
 {
-    return within(limit::queued_sections, queued_sections(), 1, table_id)
-               ? allocate_record<SiSection>()
-               : nullptr;
+    if (!within(limit::queued_sections, queued_sections(), 1, table_id))
+        return nullptr;
+    SiSection *node = std::exchange(spare.node, nullptr);
+    return node != nullptr ? new (node) SiSection{} : allocate_record<SiSection>();
 }
 
-std::uint8_t *allocate_copy(std::uint8_t table_id, std::size_t length)
+std::uint8_t *copy_in(section_memory &spare, std::uint8_t table_id)
 {
-    return within(limit::queued_bytes, queued_bytes(), section_buffer_size(length), table_id)
-               ? allocate_section(length)
-               : nullptr;
+    if (!within(limit::queued_bytes, queued_bytes(), section_buffer_size(spare.length), table_id))
+        return nullptr;
+    std::uint8_t *copy = std::exchange(spare.copy, nullptr);
+    return copy != nullptr ? section_buffer_in(copy, spare.length) : allocate_section(spare.length);
+}
+
+// Not needed after all.
+void release_spare(section_memory &spare)
+{
+    release_record(std::exchange(spare.node, nullptr));
+    release_section(std::exchange(spare.copy, nullptr), spare.length);
 }
 
 // The library's own copy of a section; null when memory is exhausted.
-SiSection *copy_section(site here, std::uint32_t filter_id, std::uint16_t pid, std::uint16_t length,
-                        const SiDmxSection &from)
+SiSection *copy_section(site here, std::uint32_t filter_id, std::uint16_t pid,
+                        const SiDmxSection &from, section_memory &spare)
 {
     const std::uint8_t table_id = from.pPrimaraySectionData[0];
-    SiSection *node = allocate_node(table_id);
+    SiSection *node = node_in(spare, table_id);
     if (node == nullptr) {
         SI_LOG_AT(here, level::fatal, "Malloc section node failed!\n");
         return nullptr;
     }
-    node->section = allocate_copy(table_id, length);
+    node->section = copy_in(spare, table_id);
     if (node->section == nullptr) {
-        SI_LOG_AT(here, level::fatal, "Malloc section failed, sect_len = %d!\n", length);
+        SI_LOG_AT(here, level::fatal, "Malloc section failed, sect_len = %d!\n",
+                  static_cast<int>(spare.length));
         release_record(node);
         return nullptr;
     }
@@ -126,23 +119,18 @@ SiSection *copy_section(site here, std::uint32_t filter_id, std::uint16_t pid, s
                     from.SecondarySectionSize);
     node->pid = pid;
     node->filter_id = static_cast<std::uint16_t>(filter_id & 0xFFFF);
-    node->sect_len = length;
+    node->sect_len = static_cast<std::uint16_t>(spare.length);
     return node;
 }
 
-void append(site here, SiSection *node)
+// What finds no room, because several drivers filled the queue at once, is lost like what finds no
+// memory.
+void append(site here, std::span<SiSection *const> nodes)
 {
-    GSList *cell = g_slist_alloc();
-    cell->data = node;
-    pending_sections.fetch_add(1, std::memory_order_relaxed);
-    const scope_lock lock{queue_lock, here};
-    (queue.last == nullptr ? queue.first : queue.last->next) = cell;
-    queue.last = cell;
-    queue.count.fetch_add(1, std::memory_order_relaxed);
-    queue.bytes.fetch_add(section_buffer_size(node->sect_len), std::memory_order_relaxed);
-    if (!std::exchange(queue.thread_waiting, false))
-        return;
-    pthread_cond_signal(&queue_filled);
+    for (SiSection *lost : nodes.subspan(enqueue(here, nodes))) {
+        SI_LOG_AT(here, level::fatal, "Malloc section node failed!\n");
+        Si_SectFlt_FlushSectionData(lost);
+    }
 }
 
 // The admitted copy of a section that was delivered alone, or null.
@@ -168,7 +156,10 @@ SiSection *receive(site here, std::uint32_t filter_id, const SiDmxSection &secti
     const auto length = length_of(here, filter_id, section);
     if (!length)
         return nullptr;
-    SiSection *node = copy_section(here, filter_id, pid, *length, section);
+    section_memory spare{*length};
+    draw_spares({&spare, 1});
+    SiSection *node = copy_section(here, filter_id, pid, section, spare);
+    release_spare(spare);
     if (node == nullptr)
         return nullptr;
     if (Si_SectFlt_IsCriticalSection(node->section, node->sect_len) != 0)
@@ -181,9 +172,9 @@ SiSection *receive(site here, std::uint32_t filter_id, const SiDmxSection &secti
     return nullptr;
 }
 
-// One section of a batch.
-void receive_listed(site here, std::uint32_t filter_id, std::uint16_t pid,
-                    const SiDmxSection &section)
+// One section of a batch, or null.
+SiSection *receive_listed(site here, std::uint32_t filter_id, std::uint16_t pid,
+                          const SiDmxSection &section, section_memory &spare)
 {
     if (!is_present(section)) {
         SI_LOG_AT(here, level::error,
@@ -192,15 +183,35 @@ void receive_listed(site here, std::uint32_t filter_id, std::uint16_t pid,
                   static_cast<int>(filter_id),
                   static_cast<const void *>(section.pPrimaraySectionData),
                   static_cast<int>(section.PrimaraySectionSize));
-        return;
+        return nullptr;
     }
     SI_LOG_AT(here, level::trace, "Get one section: datasize:%d\n",
               static_cast<int>(section.PrimaraySectionSize + section.SecondarySectionSize));
-    const auto length = length_of(here, filter_id, section);
-    if (!length)
-        return;
-    if (SiSection *node = copy_section(here, filter_id, pid, *length, section))
-        append(here, node);
+    if (!length_of(here, filter_id, section))
+        return nullptr;
+    return copy_section(here, filter_id, pid, section, spare);
+}
+
+// Copies all, then queues them at once.
+void receive_all(site here, std::uint32_t filter_id, std::uint16_t pid,
+                 std::span<const SiDmxSection> sections)
+{
+    std::array<section_memory, longest_batch> spares; // as many as there are sections
+    const auto memory = std::span{spares}.first(sections.size());
+    std::ranges::transform(sections, memory.begin(), [](const SiDmxSection &section) {
+        const bool is_whole = is_present(section) && has_length(section);
+        return section_memory{is_whole ? total_length(section) : std::size_t{0}};
+    });
+    draw_spares(memory);
+    std::array<SiSection *, longest_batch> nodes;
+    std::size_t count = 0;
+    for (std::size_t at = 0; at < sections.size(); ++at) {
+        SiSection *node = receive_listed(here, filter_id, pid, sections[at], memory[at]);
+        release_spare(memory[at]);
+        if (node != nullptr)
+            nodes[count++] = node;
+    }
+    append(here, std::span{nodes}.first(count));
 }
 
 void receive_batch(site here, std::uint32_t filter_id, const SiDmxSectionList &list)
@@ -226,50 +237,10 @@ void receive_batch(site here, std::uint32_t filter_id, const SiDmxSectionList &l
                   static_cast<int>(filter_id));
         return;
     }
-    for (const SiDmxSection &section : std::span{list.section, list.section_count})
-        receive_listed(here, filter_id, pid, section);
+    receive_all(here, filter_id, pid, {list.section, list.section_count});
 }
 
 // ---- To the dispatcher
-
-struct batch {
-    GSList *sections;
-    bool processing;
-};
-
-batch take_all() SI_NEEDS(queue_lock)
-{
-    queue.last = nullptr;
-    queue.count.store(0, std::memory_order_relaxed);
-    queue.bytes.store(0, std::memory_order_relaxed);
-    return {std::exchange(queue.first, nullptr), queue.processing};
-}
-
-// Waits until there are sections and takes them all.
-batch wait_for_sections(site here)
-{
-    const scope_lock lock{queue_lock, here};
-    while (queue.first == nullptr) {
-        store_release(thread_busy, 0);
-        queue.thread_waiting = true;
-        pthread_cond_wait(&queue_filled, &queue_mutex);
-        queue.thread_waiting = false;
-    }
-    store_release(thread_busy, 1);
-    return take_all();
-}
-
-using section_step = std::uint32_t (*)(SiSection *);
-
-// Hands every node to a step that frees it, then frees the cells.
-void consume(GSList *sections, section_step step)
-{
-    for (GSList *cell = sections; cell != nullptr; cell = cell->next) {
-        step(static_cast<SiSection *>(std::exchange(cell->data, nullptr)));
-        pending_sections.fetch_sub(1, std::memory_order_release);
-    }
-    g_slist_free(sections);
-}
 
 // A program's PMT is taken from the PID that the PAT gives it only.
 bool is_on_its_pid(site here, std::uint16_t pid, std::uint16_t program_number) SI_LEAVES(ctl)
@@ -302,6 +273,41 @@ bool is_current(site here, SiSection &node)
     SI_LOG_AT(here, level::error, "Invalid PMT: pid: %#x, program number: %#x\n", pid,
               program_number);
     return false;
+}
+
+// Hands a node to the dispatcher, whose store may keep the copy: the node is relieved of it then.
+std::uint32_t process(SiSection &node)
+{
+    constexpr site here{SI_SOURCE, "Si_SectFlt_ProcessModel", __LINE__};
+    if (!is_current(here, node))
+        return ORVA_SI_FAILURE;
+    const section_offer offer{node};
+    const std::uint32_t result = Si_Model_ProcessModel(&node);
+    SI_LOG_AT(here, level::verbose, "process section ret = %#x\n", result);
+    if (offer.taken())
+        node.section = nullptr;
+    return result;
+}
+
+// Memory goes back a few sections at a time, while it is in the processor's caches.
+void consume(const taken_sections &taken)
+{
+    constexpr std::size_t a_few = 32;
+    for (std::span<SiSection *> left = taken.sections; !left.empty();) {
+        const auto next = left.first(std::min(a_few, left.size()));
+        if (taken.processing)
+            for (SiSection *node : next)
+                process(*node);
+        give_back(next);
+        left = left.subspan(next.size());
+    }
+}
+
+// What was taken while nothing is to be processed.
+void discard(taken_sections taken)
+{
+    taken.processing = false;
+    consume(taken);
 }
 
 constexpr bool is_actual_event_table(std::uint8_t table_id)
@@ -360,7 +366,7 @@ std::uint32_t Si_SectFlt_PidFltCallback(std::uint32_t demux, std::uint32_t filte
     SiSection *node = receive(SI_HERE, filter_id, *section);
     Si_SectFlt_FreeSecData(demux, filter_id, section->BufferHandle);
     if (node != nullptr)
-        append(SI_HERE, node);
+        append(SI_HERE, {&node, 1});
     return 0;
 }
 
@@ -380,8 +386,7 @@ std::uint32_t Si_SectFlt_PidFltSecListCallback(std::uint32_t demux, std::uint32_
 
 std::uint32_t Si_SectFlt_EnableProcessData(std::uint32_t flag)
 {
-    const scope_lock lock{queue_lock, SI_HERE};
-    queue.processing = flag != 0;
+    enable_processing(SI_HERE, flag != 0);
     return ORVA_SI_OK;
 }
 
@@ -396,12 +401,9 @@ std::uint32_t Si_SectFlt_FlushSectionData(SiSection *node)
 std::uint32_t Si_SectFlt_FlushTmpList(void)
 {
     SI_LOG(level::notice, "Flush the tmp list!\n");
-    GSList *sections = nullptr;
-    {
-        const scope_lock lock{queue_lock, SI_HERE};
-        sections = take_all().sections;
-    }
-    consume(sections, Si_SectFlt_FlushSectionData);
+    section_batch batch;
+    discard(take_sections(SI_HERE, batch));
+    release_spares();
     return ORVA_SI_OK;
 }
 
@@ -412,11 +414,7 @@ std::uint32_t Si_SectFlt_ProcessModel(SiSection *node)
         release_record(node);
         return ORVA_SI_NULL_ARGUMENT;
     }
-    std::uint32_t result = ORVA_SI_FAILURE;
-    if (is_current(SI_HERE, *node)) {
-        result = Si_Model_ProcessModel(node);
-        SI_LOG(level::verbose, "process section ret = %#x\n", result);
-    }
+    const std::uint32_t result = process(*node);
     Si_SectFlt_FlushSectionData(node);
     return result;
 }
@@ -424,7 +422,7 @@ std::uint32_t Si_SectFlt_ProcessModel(SiSection *node)
 std::uint32_t Si_SectFlt_CheckRunningStatus(void)
 {
     for (std::uint32_t poll = 0; poll < busy_polls; ++poll) {
-        if (load_acquire(thread_busy) == 0)
+        if (!section_thread_is_busy())
             return 0;
         Orva_Util_Delay(busy_poll_ms);
     }
@@ -433,29 +431,22 @@ std::uint32_t Si_SectFlt_CheckRunningStatus(void)
 
 std::uint32_t Si_SectFlt_GetPendingCount(void)
 {
-    return pending_sections.load(std::memory_order_acquire);
+    return pending_sections();
 }
 
 // Lock and condition are made at load time: a driver may have delivered before this thread runs.
 // What it left here belongs to no channel.
 void *Ts_Monitor_Fn(void *)
 {
-    GSList *early = nullptr;
-    {
-        const scope_lock lock{queue_lock, SI_HERE};
-        queue.processing = false;
-        early = take_all().sections;
-    }
-    consume(early, Si_SectFlt_FlushSectionData);
+    section_batch batch;
+    enable_processing(SI_HERE, false);
+    discard(take_sections(SI_HERE, batch));
     if (Orva_Si_InitTables() != ORVA_SI_OK) {
         SI_LOG(level::error, "Orva_Si_InitSectModel error\n");
         // A result, not an address: nothing looks behind it.
         return reinterpret_cast<void *>(std::uintptr_t{1}); // NOLINT(performance-no-int-to-ptr)
     }
     SI_LOG(level::trace, "I am ready!\n");
-    for (;;) {
-        const batch taken = wait_for_sections(SI_HERE);
-        consume(taken.sections,
-                taken.processing ? Si_SectFlt_ProcessModel : Si_SectFlt_FlushSectionData);
-    }
+    for (;;)
+        consume(wait_for_sections(SI_HERE, batch));
 }

@@ -549,6 +549,15 @@ TEST_F(ListReception, BatchWithoutMemoryLosesThatSectionOnly)
     EXPECT_EQ(driver.returned(), 1U);
 }
 
+TEST_F(ListReception, TheLargestBatchIsTakenWhole)
+{
+    const octets large = section_of(0x4F, 4096);
+    fill_queue(95); // more, and no batch is taken
+    EXPECT_TRUE(driver.deliver_batch(eit_filter, std::vector<octets>(200, large)));
+    EXPECT_EQ(queued(), 295U);
+    EXPECT_EQ(driver.lent(), driver.returned());
+}
+
 // ---- One node
 
 class OneNode : public Reception {
@@ -774,6 +783,43 @@ TEST_F(SectionThread, DropsWhatIsInFlightWhenAFilterStops)
     wait_until_idle();
     EXPECT_THAT(taken(), SizeIs(1));
     EXPECT_TRUE(fake::logged(3, "This filter has been closed, 67\n"));
+}
+
+TEST_F(SectionThread, UsesTheMemoryOfASectionForTheNextOfItsSize)
+{
+#ifdef SI_ADDRESS_SANITIZER
+    GTEST_SKIP() << "the sanitizer is to see memory that was given back";
+#endif
+    start_thread();
+    driver.deliver(sdt_filter, section_of(0x42, 320));
+    wait_until_idle();
+    const std::size_t before = fake::allocations();
+    driver.deliver(sdt_filter, section_of(0x42, 289)); // 320 too when rounded
+    wait_until_idle();
+    EXPECT_EQ(fake::allocations(), before);
+    ASSERT_THAT(taken(), SizeIs(2));
+    EXPECT_EQ(taken()[1].bytes, section_of(0x42, 289));
+    driver.deliver(sdt_filter, section_of(0x42, 321));
+    wait_until_idle();
+    EXPECT_EQ(fake::allocations(), before + 1); // the bytes alone
+}
+
+TEST_F(SectionThread, KeepsNoMemoryWhenProcessingIsDisabledOrTheQueueFlushed)
+{
+    start_thread();
+    driver.deliver(sdt_filter, section_of(0x42, 320));
+    wait_until_idle();
+    Si_SectFlt_EnableProcessData(0);
+    Si_SectFlt_EnableProcessData(1);
+    std::size_t before = fake::allocations();
+    driver.deliver(sdt_filter, section_of(0x42, 320));
+    wait_until_idle();
+    EXPECT_EQ(fake::allocations(), before + 2);
+    Si_SectFlt_FlushTmpList();
+    before = fake::allocations();
+    driver.deliver(sdt_filter, section_of(0x42, 320));
+    wait_until_idle();
+    EXPECT_EQ(fake::allocations(), before + 2);
 }
 
 TEST_F(SectionThread, LosesNothingBetweenSeveralDriverThreads)

@@ -1,0 +1,275 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "orva_si_sectflt_queue.h"
+
+#include <sched.h>
+
+#include <algorithm>
+#include <atomic>
+#include <new>
+#include <utility>
+
+#include "orva_si_lock.h"
+#include "orva_si_shared.h"
+
+namespace si {
+
+namespace {
+
+#ifdef PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP // held for moments only: not worth a sleep
+pthread_mutex_t queue_mutex = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
+#else
+pthread_mutex_t queue_mutex = PTHREAD_MUTEX_INITIALIZER;
+#endif
+pthread_cond_t queue_filled = PTHREAD_COND_INITIALIZER;
+constinit store_mutex queue_lock{queue_mutex};
+
+// Sections that wait for the section thread. Changed with the lock held; the two sizes are read
+// without it.
+struct section_queue {
+    section_batch sections{};
+    std::atomic<std::uint32_t> count{0};
+    std::atomic<std::size_t> bytes{0};
+    std::atomic<bool> processing{false}; // else sections are freed unprocessed
+    bool thread_waiting = false;         // nobody else needs a signal
+};
+constinit section_queue queue SI_GUARDED_BY(queue_lock);
+
+std::atomic<std::uint32_t> pending{0};
+std::uint8_t thread_busy; // while a batch is processed
+
+// ---- Memory that goes round
+//
+// Nearly every section is a repeat: its memory is free again at once, on another thread than the
+// one that needs it next. It is kept here meanwhile, in lists by size, as long as sections are
+// processed.
+
+constexpr std::size_t most_spare_bytes = std::size_t{256} << 10;
+constexpr std::size_t sizes = section_buffer_size(4096) / 32 + 1; // the first is that of nodes
+
+#ifdef SI_ADDRESS_SANITIZER // which is to tell when memory is used that was given back
+constexpr bool keeps_spares = false;
+#else
+constexpr bool keeps_spares = true;
+#endif
+
+struct spare {
+    spare *next;
+};
+static_assert(sizeof(spare) <= sizeof(SiSection) && alignof(spare) <= alignof(SiSection));
+
+struct spare_memory {
+    std::array<spare *, sizes> first{};
+    std::size_t bytes = 0;
+};
+constinit spare_memory spares;
+constinit std::atomic<bool> spares_in_use{false};
+
+// The spares for a scope, or not: who finds another thread at them does without. Only who is to
+// empty them waits, for a moment.
+class spares_claim {
+public:
+    spares_claim() : claimed{!spares_in_use.exchange(true, std::memory_order_acquire)} {}
+    ~spares_claim()
+    {
+        if (claimed)
+            spares_in_use.store(false, std::memory_order_release);
+    }
+    spares_claim(const spares_claim &) = delete;
+    spares_claim &operator=(const spares_claim &) = delete;
+
+    const bool claimed;
+};
+
+std::size_t bytes_of_size(std::size_t size)
+{
+    return size == 0 ? sizeof(SiSection) : 32 * size;
+}
+
+std::size_t size_of(std::size_t length)
+{
+    return section_buffer_size(length) / 32;
+}
+
+void *draw(std::size_t size)
+{
+    spare *const drawn = spares.first[size];
+    if (drawn == nullptr)
+        return nullptr;
+    spares.first[size] = drawn->next;
+    spares.bytes -= bytes_of_size(size);
+    return drawn;
+}
+
+// What is queued and what is kept share one limit.
+bool keep(void *memory, std::size_t size)
+{
+    const std::size_t bytes = bytes_of_size(size);
+    if (spares.bytes + bytes > most_spare_bytes ||
+        queued_bytes() + spares.bytes + bytes > limit::queued_bytes)
+        return false;
+    spares.first[size] = new (memory) spare{spares.first[size]};
+    spares.bytes += bytes;
+    return true;
+}
+
+bool is_processing() SI_THREAD_SAFETY(no_thread_safety_analysis)
+{
+    return queue.processing.load(std::memory_order_relaxed);
+}
+
+void free_all(spare_memory &from)
+{
+    for (std::size_t size = 0; size < sizes; ++size)
+        while (spare *each = from.first[size]) {
+            from.first[size] = each->next;
+            release(each, bytes_of_size(size));
+        }
+}
+
+void free_section(SiSection *node)
+{
+    release_section(node->section, node->sect_len);
+    release_record(node);
+}
+
+// Those in front of the first one that there was no room for.
+std::size_t keep_sections(std::span<SiSection *const> sections)
+{
+    std::size_t kept = 0;
+    for (SiSection *node : sections) {
+        if (node->section != nullptr && keep(node->section, size_of(node->sect_len)))
+            node->section = nullptr;
+        if (node->section != nullptr || !keep(node, 0))
+            break;
+        ++kept;
+    }
+    return kept;
+}
+
+taken_sections take_all(section_batch &into) SI_NEEDS(queue_lock)
+{
+    const std::size_t count = queue.count.exchange(0, std::memory_order_relaxed);
+    queue.bytes.store(0, std::memory_order_relaxed);
+    std::copy_n(queue.sections.begin(), count, into.begin());
+    return {std::span{into}.first(count), queue.processing.load(std::memory_order_relaxed)};
+}
+
+} // namespace
+
+std::uint32_t queued_sections() SI_THREAD_SAFETY(no_thread_safety_analysis)
+{
+    return queue.count.load(std::memory_order_relaxed);
+}
+
+std::size_t queued_bytes() SI_THREAD_SAFETY(no_thread_safety_analysis)
+{
+    return queue.bytes.load(std::memory_order_relaxed);
+}
+
+std::uint32_t pending_sections()
+{
+    return pending.load(std::memory_order_acquire);
+}
+
+bool section_thread_is_busy()
+{
+    return load_acquire(thread_busy) != 0;
+}
+
+std::size_t enqueue(site here, std::span<SiSection *const> sections)
+{
+    bool wakes = false;
+    std::size_t taken = 0;
+    {
+        const scope_lock lock{queue_lock, here};
+        const std::size_t held = queue.count.load(std::memory_order_relaxed);
+        taken = std::min(sections.size(), queue.sections.size() - held);
+        if (taken == 0)
+            return 0;
+        std::size_t bytes = queue.bytes.load(std::memory_order_relaxed);
+        for (std::size_t at = 0; at < taken; ++at) {
+            queue.sections[held + at] = sections[at];
+            bytes += section_buffer_size(sections[at]->sect_len);
+        }
+        queue.bytes.store(bytes, std::memory_order_relaxed);
+        queue.count.store(static_cast<std::uint32_t>(held + taken), std::memory_order_relaxed);
+        pending.fetch_add(static_cast<std::uint32_t>(taken), std::memory_order_relaxed);
+        wakes = std::exchange(queue.thread_waiting, false);
+    }
+    if (wakes)
+        pthread_cond_signal(&queue_filled);
+    return taken;
+}
+
+taken_sections wait_for_sections(site here, section_batch &into)
+{
+    const scope_lock lock{queue_lock, here};
+    while (queued_sections() == 0) {
+        store_release(thread_busy, 0);
+        queue.thread_waiting = true;
+        pthread_cond_wait(&queue_filled, &queue_mutex);
+        queue.thread_waiting = false;
+    }
+    store_release(thread_busy, 1);
+    return take_all(into);
+}
+
+taken_sections take_sections(site here, section_batch &into)
+{
+    const scope_lock lock{queue_lock, here};
+    return take_all(into);
+}
+
+void enable_processing(site here, bool on)
+{
+    {
+        const scope_lock lock{queue_lock, here};
+        queue.processing.store(on, std::memory_order_relaxed);
+    }
+    if (!on)
+        release_spares();
+}
+
+void give_back(std::span<SiSection *const> sections)
+{
+    std::size_t kept = 0;
+    if (keeps_spares) {
+        const spares_claim claim;
+        if (claim.claimed && is_processing())
+            kept = keep_sections(sections);
+    }
+    for (SiSection *node : sections.subspan(kept))
+        free_section(node);
+    pending.fetch_sub(static_cast<std::uint32_t>(sections.size()), std::memory_order_release);
+}
+
+void draw_spares(std::span<section_memory> wanted)
+{
+    if (!keeps_spares)
+        return;
+    const spares_claim claim;
+    if (!claim.claimed || spares.bytes == 0)
+        return;
+    for (section_memory &each : wanted) {
+        each.node = static_cast<SiSection *>(draw(0));
+        each.copy = static_cast<std::uint8_t *>(draw(size_of(each.length)));
+    }
+}
+
+void release_spares()
+{
+    if (!keeps_spares)
+        return;
+    spare_memory released;
+    for (bool done = false; !done;) {
+        const spares_claim claim;
+        done = claim.claimed;
+        if (done)
+            released = std::exchange(spares, spare_memory{});
+        else
+            sched_yield();
+    }
+    free_all(released);
+}
+
+} // namespace si
