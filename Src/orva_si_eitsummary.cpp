@@ -2,6 +2,8 @@
 #include "orva_si_eitsummary.h"
 
 #include <algorithm>
+#include <bit>
+#include <new>
 
 #include "orva_si_alloc.h"
 
@@ -11,18 +13,23 @@ namespace {
 
 static_assert(sizeof(section_summary) == 12);
 
-// In one piece of memory: this, the marks of the sections' events, the records of the sections, and
-// what is known of each.
+// In one piece of memory: this, the marks of the sections' events, the records of the sections,
+// what is known of each, how far tables have come, and where to find a section by table and number.
 struct summary_memory : list_companion {
     std::uint64_t changes; // of the list when the summary fitted it last
     std::uint32_t count;
     std::uint32_t capacity;
+    std::uint32_t tables; // of which it is known how far they have come
+    std::uint32_t most_tables;
+    std::uint32_t slots;     // a power of two, or 0
+    bool every_one_distinct; // by table and number: slots find them all
 };
 constexpr std::size_t bytes_of_one =
     sizeof(event_marks) + sizeof(SiEitSection *) + sizeof(section_summary);
 static_assert(sizeof(summary_memory) % alignof(event_marks) == 0 &&
               sizeof(event_marks) % alignof(SiEitSection *) == 0 &&
-              sizeof(SiEitSection *) % alignof(section_summary) == 0);
+              sizeof(SiEitSection *) % alignof(section_summary) == 0 &&
+              sizeof(section_summary) % alignof(table_progress) == 0);
 
 event_marks *marks(summary_memory *of)
 {
@@ -39,18 +46,73 @@ section_summary *known(summary_memory *of)
     return reinterpret_cast<section_summary *>(records(of) + of->capacity);
 }
 
+std::span<table_progress> tables(summary_memory *of)
+{
+    return {reinterpret_cast<table_progress *>(known(of) + of->capacity), of->tables};
+}
+
+// Each holds the number of a section, counted from 1; 0: none.
+std::uint8_t *slots(summary_memory *of)
+{
+    return reinterpret_cast<std::uint8_t *>(tables(of).data() + of->most_tables);
+}
+
 summary_memory *kept_beside(const si_list *sections)
 {
     return static_cast<summary_memory *>(companion_of(sections));
 }
 
-summary_memory *allocate_summary(std::size_t capacity)
+// Services with more sections than a slot can name are rare, and walked.
+std::size_t slots_for(std::size_t capacity)
 {
-    const std::size_t size = sizeof(summary_memory) + capacity * bytes_of_one;
+    constexpr std::size_t most = 0xFF;
+    return capacity <= most ? std::bit_ceil(capacity + capacity / 4 + 1) : 0;
+}
+
+summary_memory *allocate_summary(std::size_t capacity, std::size_t most_tables)
+{
+    const std::size_t slot_count = slots_for(capacity);
+    const std::size_t size = sizeof(summary_memory) + capacity * bytes_of_one +
+                             most_tables * sizeof(table_progress) + slot_count;
     void *memory = allocate(size);
     if (memory == nullptr)
         return nullptr;
-    return new (memory) summary_memory{{size}, 0, 0, static_cast<std::uint32_t>(capacity)};
+    auto *made = new (memory) summary_memory{{size},
+                                             0,
+                                             0,
+                                             static_cast<std::uint32_t>(capacity),
+                                             0,
+                                             static_cast<std::uint32_t>(most_tables),
+                                             static_cast<std::uint32_t>(slot_count),
+                                             slot_count != 0};
+    std::fill_n(slots(made), slot_count, std::uint8_t{0});
+    return made;
+}
+
+// The slot of a section, or the empty one where it would be. There are empty ones.
+std::uint8_t &slot_of(summary_memory *of, std::uint16_t table_id, std::uint8_t section_number)
+{
+    const std::uint32_t key = std::uint32_t{table_id} << 8 | section_number;
+    const std::uint32_t last = of->slots - 1;
+    for (std::uint32_t at = key * 0x9E3779B1u >> 16 & last;; at = (at + 1) & last) {
+        std::uint8_t &slot = slots(of)[at];
+        if (slot == 0)
+            return slot;
+        const section_summary &there = known(of)[slot - 1];
+        if (there.table_id == table_id && there.section_number == section_number)
+            return slot;
+    }
+}
+
+void enter_slot(summary_memory *in, std::size_t at)
+{
+    if (!in->every_one_distinct)
+        return;
+    std::uint8_t &slot = slot_of(in, known(in)[at].table_id, known(in)[at].section_number);
+    if (slot != 0)
+        in->every_one_distinct = false;
+    else
+        slot = static_cast<std::uint8_t>(at + 1);
 }
 
 // Notes what the bytes of a record say.
@@ -64,6 +126,7 @@ void put(summary_memory *to, SiEitSection *record)
 {
     records(to)[to->count] = record;
     note(to, to->count, *record);
+    enter_slot(to, to->count);
     ++to->count;
 }
 
@@ -75,7 +138,31 @@ std::size_t capacity_for(std::size_t count)
         return 4;
     if (count < 16)
         return 16;
-    return count + std::max<std::size_t>(24, count / 4);
+    return count + std::max<std::size_t>(24, count / 8);
+}
+
+// The same with other room; null without memory, the old one being kept then.
+summary_memory *with_room(si_list *sections, summary_memory *from, std::size_t capacity,
+                          std::size_t most_tables)
+{
+    summary_memory *made = allocate_summary(capacity, most_tables);
+    if (made == nullptr)
+        return nullptr;
+    made->changes = from->changes;
+    made->count = from->count;
+    made->tables = from->tables;
+    std::copy_n(marks(from), from->count, marks(made));
+    std::copy_n(records(from), from->count, records(made));
+    std::copy_n(known(from), from->count, known(made));
+    std::ranges::copy(tables(from), tables(made).begin());
+    made->every_one_distinct = made->every_one_distinct && from->every_one_distinct;
+    if (made->slots == from->slots)
+        std::copy_n(slots(from), from->slots, slots(made));
+    else
+        for (std::size_t at = 0; at < made->count; ++at)
+            enter_slot(made, at);
+    keep_companion(sections, made);
+    return made;
 }
 
 // The summary with room for one more; null without memory, the old one being freed.
@@ -83,15 +170,9 @@ summary_memory *grown(si_list *sections, summary_memory *from)
 {
     if (from->count < from->capacity)
         return from;
-    summary_memory *made = allocate_summary(capacity_for(from->count));
-    if (made != nullptr) {
-        made->changes = from->changes;
-        made->count = from->count;
-        std::copy_n(marks(from), from->count, marks(made));
-        std::copy_n(records(from), from->count, records(made));
-        std::copy_n(known(from), from->count, known(made));
-    }
-    keep_companion(sections, made);
+    summary_memory *made = with_room(sections, from, capacity_for(from->count), from->most_tables);
+    if (made == nullptr)
+        keep_companion(sections, nullptr);
     return made;
 }
 
@@ -101,12 +182,15 @@ summary_memory *rebuilt(si_list *sections)
     summary_memory *made = kept_beside(sections);
     const auto count = static_cast<std::size_t>(sections->nb_elt);
     if (made == nullptr || made->capacity < count) {
-        made = allocate_summary(capacity_for(count));
+        made = allocate_summary(capacity_for(count), 0);
         keep_companion(sections, made);
     }
     if (made == nullptr)
         return nullptr;
     made->count = 0;
+    made->tables = 0;
+    made->every_one_distinct = made->slots != 0;
+    std::fill_n(slots(made), made->slots, std::uint8_t{0});
     for (SiEitSection &stored : elements<SiEitSection>(sections))
         put(made, &stored);
     made->changes = list_changes(sections);
@@ -125,11 +209,71 @@ bool fits(const si_list *sections, const summary_memory *kept)
     return kept != nullptr && kept->changes == list_changes(sections);
 }
 
+// The one that fits, built anew where that is needed; null without memory, or sections.
+summary_memory *ready(si_list *sections)
+{
+    if (sections == nullptr || sections->nb_elt <= 0)
+        return nullptr;
+    summary_memory *kept = kept_beside(sections);
+    return fits(sections, kept) ? kept : rebuilt(sections);
+}
+
+// How far a table has come, of all sections; null without memory.
+const table_progress *progress_of(si_list *sections, summary_memory *kept, std::uint8_t table_id)
+{
+    constexpr std::uint32_t more_tables = 4; // most services have three
+    auto found = std::ranges::find(tables(kept), table_id, &table_progress::table_id);
+    if (found == tables(kept).end()) {
+        if (kept->tables == kept->most_tables)
+            kept = with_room(sections, kept, kept->capacity, kept->tables + more_tables);
+        if (kept == nullptr)
+            return nullptr;
+        ++kept->tables;
+        found = tables(kept).end() - 1;
+        new (&*found) table_progress{table_id};
+    }
+    for (; found->met < kept->count && !found->has_ended(); ++found->met)
+        if (found->concerns(known(kept)[found->met]))
+            found->add(known(kept)[found->met]);
+    return &*found;
+}
+
 // Of an EIT section (EN 300 468, 5.2.4).
 constexpr std::size_t events_at = 14;
-constexpr std::size_t times_and_duration = 8; // start_time, duration
+constexpr std::size_t event_head = 12; // up to descriptors_loop_length
 
 } // namespace
+
+void table_progress::add(const section_summary &known)
+{
+    if (!any) {
+        any = true;
+        version = known.version;
+        all = 0xFFFFFFFFu >> (31 - (known.last_section_number >> 3));
+    }
+    if (known.version != version) {
+        state = progress_state::other_version;
+        return;
+    }
+    const unsigned number = known.section_number;
+    if (table_id == tid_eit_pf_actual) {
+        if (is_out_of_place(known)) {
+            met_one_out_of_place = true;
+            return;
+        }
+        present_following = static_cast<std::uint8_t>(present_following | 1u << number);
+        if (present_following == 0b11)
+            state = progress_state::complete;
+        return;
+    }
+    std::uint8_t &segment = segments[number >> 3];
+    segment = static_cast<std::uint8_t>(segment | 1u << (number & 7));
+    const unsigned up_to_last = (1u << ((known.last_section_number & 7) + 1)) - 1;
+    if ((segment & up_to_last) != 0)
+        done |= 1u << (number >> 3);
+    if (done == all)
+        state = progress_state::complete;
+}
 
 event_marks marks_of_events(bytes section)
 {
@@ -137,13 +281,12 @@ event_marks marks_of_events(bytes section)
     if (end <= events_at)
         return 0;
     event_marks all = 0;
-    byte_reader in{section.first(end).subspan(events_at)};
-    while (in.more()) {
-        const std::uint16_t event_id = in.u16();
-        in.span(times_and_duration);
-        in.span(in.u16() & 0x0FFFu); // behind running_status and free_CA_mode
-        if (in.ok)
-            all |= marks_of(event_id);
+    for (bytes left = section.first(end).subspan(events_at); left.size() >= event_head;) {
+        const std::size_t loop = be16(left.subspan<10, 2>()) & 0x0FFFu; // of descriptors
+        if (loop > left.size() - event_head)
+            break;
+        all |= marks_of(be16(left.first<2>()));
+        left = left.subspan(event_head + loop);
     }
     return all;
 }
@@ -158,10 +301,29 @@ service_summary fitting_summary(const si_list *sections)
 
 service_summary ready_summary(si_list *sections)
 {
-    if (sections == nullptr || sections->nb_elt <= 0)
-        return {};
-    summary_memory *kept = kept_beside(sections);
-    return view_of(fits(sections, kept) ? kept : rebuilt(sections));
+    return view_of(ready(sections));
+}
+
+std::optional<summary_entry> only_section(si_list *sections, std::uint8_t table_id,
+                                          std::uint8_t section_number)
+{
+    summary_memory *kept = ready(sections);
+    if (kept == nullptr || !kept->every_one_distinct)
+        return std::nullopt;
+    const std::uint8_t slot = slot_of(kept, table_id, section_number);
+    if (slot == 0)
+        return summary_entry{nullptr, nullptr};
+    return summary_entry{&known(kept)[slot - 1], records(kept)[slot - 1]};
+}
+
+std::optional<bool> known_complete(si_list *sections, std::uint8_t received_table_id)
+{
+    summary_memory *kept = ready(sections);
+    const table_progress *of =
+        kept == nullptr ? nullptr : progress_of(sections, kept, received_table_id);
+    if (of == nullptr || of->met_one_out_of_place)
+        return std::nullopt;
+    return of->state == progress_state::complete;
 }
 
 void summary_appended(si_list *sections, SiEitSection *appended)
@@ -186,8 +348,15 @@ void summary_replaced(si_list *sections, const SiEitSection *stored)
     SiEitSection **const first = records(kept);
     SiEitSection **const end = first + kept->count;
     SiEitSection **const found = std::find(first, end, stored);
-    if (found != end)
-        note(kept, static_cast<std::size_t>(found - first), *stored);
+    if (found == end)
+        return;
+    const auto at = static_cast<std::size_t>(found - first);
+    const std::uint8_t before = known(kept)[at].received_table_id;
+    note(kept, at, *stored);
+    const std::uint8_t now = known(kept)[at].received_table_id;
+    for (table_progress &table : tables(kept)) // is counted anew when it is asked for
+        if (table.table_id == before || table.table_id == now)
+            table = table_progress{table.table_id};
 }
 
 } // namespace si

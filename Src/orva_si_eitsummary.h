@@ -8,14 +8,17 @@
 #ifndef SRC_ORVA_SI_EITSUMMARY_H
 #define SRC_ORVA_SI_EITSUMMARY_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "orva_si/store.h"
 #include "orva_si_bytes.h"
 #include "orva_si_list.h"
 #include "orva_si_loops.h"
+#include "orva_si_siids.h"
 
 namespace si {
 
@@ -60,6 +63,40 @@ inline section_summary summary_of(const SiEitSection &stored)
             .held = !section.empty()};
 }
 
+enum class progress_state : std::uint8_t { counting, complete, other_version };
+
+// What the sections of one table, met in their order, add up to: whether they are of one version,
+// and enough of them to make the table complete. A segment of a schedule counts as soon as one of
+// its sections up to the table's last one is there.
+struct table_progress {
+    constexpr explicit table_progress(std::uint8_t received_table_id) : table_id{received_table_id}
+    {
+    }
+    bool concerns(const section_summary &known) const
+    {
+        return known.held && known.received_table_id == table_id;
+    }
+    bool has_ended() const { return state != progress_state::counting; }
+    // Of present and following there are two sections.
+    bool is_out_of_place(const section_summary &known) const
+    {
+        return table_id == tid_eit_pf_actual && known.section_number > 1;
+    }
+    // One that concerns the table, before it has ended.
+    void add(const section_summary &known);
+
+    std::uint32_t met = 0; // sections of the service that were looked at, by who keeps this
+    std::uint32_t all = 0; // a bit for each segment
+    std::uint32_t done = 0;
+    std::array<std::uint8_t, 32> segments{}; // a bit for each section
+    std::uint8_t table_id;
+    std::uint8_t version = 0;
+    std::uint8_t present_following = 0; // a bit for each section
+    progress_state state = progress_state::counting;
+    bool any = false;
+    bool met_one_out_of_place = false;
+};
+
 // Which events a section may carry: a set of event_ids as the bits that each of them sets. A
 // section without one of an event's bits does not carry that event, one with all of them mostly
 // does.
@@ -94,6 +131,18 @@ service_summary ready_summary(si_list *sections);
 void summary_appended(si_list *sections, SiEitSection *appended);
 // A record of the list has other bytes now.
 void summary_replaced(si_list *sections, const SiEitSection *stored);
+
+struct summary_entry {
+    const section_summary *known; // null: there is none
+    SiEitSection *record;
+};
+// The only section of that folded table_id and number. No answer without a summary, or when some
+// number is there twice.
+std::optional<summary_entry> only_section(si_list *sections, std::uint8_t table_id,
+                                          std::uint8_t section_number);
+// Whether a table is complete, of a received table_id. No answer without a summary, or when a
+// section is out of place, which a walk is to report.
+std::optional<bool> known_complete(si_list *sections, std::uint8_t received_table_id);
 
 // Shows what is known of each section to a visitor, in order, until it answers true. The list must
 // not change meanwhile.

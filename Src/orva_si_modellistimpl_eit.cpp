@@ -43,7 +43,8 @@ struct eit_arrival {
     std::uint16_t service_id;
     std::uint8_t table_id; // folded
     std::uint8_t section_number;
-    bytes section;
+    bytes section; // no longer to be read once the lock is given up: the store may hold them
+    std::uint32_t crc;
 };
 
 // What the client is told once the lock is given up.
@@ -92,12 +93,18 @@ SiEitService *create_service(site here, const eit_arrival &in) SI_NEEDS(eit)
 // the same.
 SiEitSection *find_changed(SiEitService &service, const eit_arrival &in, bool &repeated)
 {
-    const std::uint32_t crc = crc_of(in.section);
+    const auto is_same = [&](const section_summary &known) {
+        return known.held && known.crc == in.crc;
+    };
+    if (const auto only = only_section(service.sections, in.table_id, in.section_number)) {
+        repeated = only->known != nullptr && is_same(*only->known);
+        return repeated ? nullptr : only->record;
+    }
     SiEitSection *changed = nullptr;
     each_section(service.sections, [&](const section_summary &known, SiEitSection &stored) {
         if (known.table_id != in.table_id || known.section_number != in.section_number)
             return false;
-        const bool same = known.held && known.crc == crc;
+        const bool same = is_same(known);
         repeated = repeated || same;
         changed = same ? nullptr : &stored;
         return !same;
@@ -119,11 +126,10 @@ bool copy_bytes(SiEitSection &stored, const eit_arrival &in) SI_NEEDS(eit)
     const std::size_t rounded = section_buffer_size(in.section.size());
     if (!within(limit::eit_bytes, eit_bytes, rounded, byte_at(in.section, 0)))
         return false;
-    stored.section = allocate_section(in.section.size());
+    stored.section = keep_section(in.section.data(), in.section.size());
     if (stored.section == nullptr)
         return false;
     eit_bytes += rounded;
-    std::ranges::copy(in.section, stored.section);
     stored.sect_len = static_cast<std::uint16_t>(in.section.size());
     stored.table_id = in.table_id;
     stored.section_number = in.section_number;
@@ -157,7 +163,8 @@ outcome append(site here, SiEitService &service, const eit_arrival &in) SI_NEEDS
     if (si_list_add(service.sections, stored, -1) == -1) {
         SI_LOG_AT(here, level::error, "Insert one section failed! tbl_id:%#x, sect_no:%d\n",
                   in.table_id, in.section_number);
-        release_bytes(*stored);
+        eit_bytes -= section_buffer_size(in.section.size());
+        drop_kept(stored->section, in.section.size());
         release_record(stored);
         return {news::first, true};
     }
@@ -176,28 +183,6 @@ outcome store(site here, SiEitService &service, const eit_arrival &in) SI_NEEDS(
     return repeated ? outcome{news::none, true} : append(here, service, in);
 }
 
-// Which sections of a table are there. A segment counts as soon as one of its sections up to the
-// table's last one does.
-struct table_progress {
-    std::uint8_t present_following = 0;
-    std::array<std::uint8_t, 32> segments{};
-    std::uint32_t done = 0;
-
-    bool add_schedule(std::uint8_t number, std::uint8_t last, std::uint32_t all)
-    {
-        std::uint8_t &segment = segments[number >> 3];
-        segment = static_cast<std::uint8_t>(segment | 1u << (number & 7));
-        if ((segment & ((1u << ((last & 7) + 1)) - 1)) != 0)
-            done |= 1u << (number >> 3);
-        return done == all;
-    }
-    bool add_present_following(std::uint8_t number)
-    {
-        present_following = static_cast<std::uint8_t>(present_following | 1u << number);
-        return present_following == 0b11;
-    }
-};
-
 constexpr bool is_schedule_actual(std::uint8_t table_id)
 {
     return table_id >= tid_eit_schedule_actual && table_id < tid_eit_schedule_other;
@@ -208,38 +193,34 @@ constexpr bool is_checked(std::uint8_t table_id)
     return table_id < tid_eit_schedule_other && table_id != tid_eit_pf_other;
 }
 
-// All sections of a table as one version, with as many as make it complete.
+// Whether check_completed() has anything to do.
+constexpr bool may_complete(std::uint8_t table_id)
+{
+    return is_schedule_actual(table_id) || is_checked(table_id);
+}
+
+// All sections of a table as one version, with as many as make it complete. What the walk has to
+// say is said by walking.
 bool is_complete(site here, const SiEitService &service, std::uint8_t table_id)
 {
-    table_progress progress;
-    bool any = false;
-    std::uint8_t version = 0;
-    std::uint32_t all = 0;
-    bool complete = false;
+    if (!log_enabled(level::trace))
+        if (const auto known = known_complete(service.sections, table_id))
+            return *known;
+    table_progress progress{table_id};
     each_section(service.sections, [&](const section_summary &known, const SiEitSection &) {
-        if (!known.held || known.received_table_id != table_id)
+        if (!progress.concerns(known))
             return false;
-        if (!any) {
-            any = true;
-            version = known.version;
-            all = 0xFFFFFFFFu >> (31 - (known.last_section_number >> 3));
-        }
-        if (known.version != version) {
+        progress.add(known);
+        if (progress.state == progress_state::other_version)
             SI_LOG_AT(here, level::trace,
-                      "Version number changes: %d: %d, table_id: %#x service_id: %#x\n", version,
-                      known.version, table_id, service.service_id);
-            return true;
-        }
-        if (table_id != tid_eit_pf_actual)
-            complete = progress.add_schedule(known.section_number, known.last_section_number, all);
-        else if (known.section_number > 1)
+                      "Version number changes: %d: %d, table_id: %#x service_id: %#x\n",
+                      progress.version, known.version, table_id, service.service_id);
+        else if (progress.is_out_of_place(known))
             SI_LOG_AT(here, level::error, "Invalid Actual PF EIT section number: %d\n",
                       known.section_number);
-        else
-            complete = progress.add_present_following(known.section_number);
-        return complete;
+        return progress.has_ended();
     });
-    return complete;
+    return progress.state == progress_state::complete;
 }
 
 // Lets the filter of a complete table wait for the next version. Only tables of the tuned multiplex
@@ -275,7 +256,7 @@ news take(site here, const eit_arrival &in) SI_LEAVES(eit)
     if (service == nullptr)
         return news::none;
     const outcome result = store(here, *service, in);
-    if (result.check)
+    if (result.check && may_complete(byte_at(in.section, 0)))
         check_completed(here, *service, in.section);
     return result.tell;
 }
@@ -321,13 +302,13 @@ uint32_t Orva_Si_ListEitImpl(uint16_t original_network_id, uint16_t transport_st
                              uint16_t service_id, uint8_t table_id, uint8_t section_number,
                              uint16_t sect_len, const uint8_t *section)
 {
-    const eit_arrival in{original_network_id, transport_stream_id,
-                         service_id,          table_id,
-                         section_number,      {section, section != nullptr ? sect_len : 0u}};
+    const bytes bytes_given{section, section != nullptr ? sect_len : 0u};
+    const eit_arrival in{original_network_id, transport_stream_id, service_id,         table_id,
+                         section_number,      bytes_given,         crc_of(bytes_given)};
     const news tell = take(SI_HERE, in);
     if (tell != news::none)
         Orva_Si_NotifyEit(original_network_id, transport_stream_id, service_id, table_id,
-                          section_number, crc_of(in.section), tell == news::changed ? 1 : 0);
+                          section_number, in.crc, tell == news::changed ? 1 : 0);
     return ORVA_SI_OK;
 }
 

@@ -95,13 +95,18 @@ private:
         return there(0) && there(1);
     }
     // Exactly the segments up to the last one have a section whose place in its segment is not
-    // beyond that of the last section.
+    // beyond that of the last section, of which each one that comes has its own idea.
     static bool every_segment(std::span<const octets> seen)
     {
+        std::map<unsigned, unsigned> first; // the lowest place that is there
         std::map<unsigned, bool> done;
-        for (const octets &s : seen)
-            if (s[6] % 8 <= s[7] % 8)
+        for (const octets &s : seen) {
+            const unsigned place = s[6] % 8U;
+            const auto lowest = first.emplace(s[6] / 8, place).first;
+            lowest->second = std::min(lowest->second, place);
+            if (lowest->second <= s[7] % 8U)
                 done[s[6] / 8] = true;
+        }
         const unsigned segments = seen[0][7] / 8 + 1U;
         return done.size() == segments && done.rbegin()->first == segments - 1;
     }
