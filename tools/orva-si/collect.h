@@ -3,6 +3,7 @@
 #ifndef TOOLS_COLLECT_H
 #define TOOLS_COLLECT_H
 
+#include <algorithm>
 #include <cstdint>
 #include <iterator>
 #include <optional>
@@ -39,12 +40,13 @@ std::optional<T> value_of(Ask ask)
     return ask(&value) == ORVA_SI_OK ? std::optional<T>{value} : std::nullopt;
 }
 
-// The answer to a question for a list, however long it is.
+// The answer to a question for a list, however long it is. usual: elements that most answers do not
+// exceed.
 template <class T, class Count = std::uint32_t, class Ask>
-std::vector<T> list_of(Ask ask)
+std::vector<T> list_of(Ask ask, std::uint32_t usual = 256)
 {
     constexpr std::uint32_t most_elements = 1u << 20; // no store holds as many
-    for (std::uint32_t capacity = 256;; capacity *= 4) {
+    for (std::uint32_t capacity = std::max(usual, 1u);; capacity *= 4) {
         std::vector<T> list(capacity);
         Count count = static_cast<Count>(capacity);
         const std::uint32_t result = ask(list.data(), &count);

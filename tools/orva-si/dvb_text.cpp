@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "dvb_text.h"
 
+#include <bitset>
 #include <cerrno>
 #include <cwchar>
 #include <iconv.h>
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <optional>
 
 namespace tool {
@@ -78,6 +80,8 @@ public:
     converter(const converter &) = delete;
     converter &operator=(const converter &) = delete;
 
+    // Forgets what a text left behind.
+    void reset() const { iconv(handle, nullptr, nullptr, nullptr, nullptr); }
     bool usable() const { return handle != reinterpret_cast<iconv_t>(-1); }
 
     // Converts as far as it goes and takes that from the input; the error, or 0 at the end.
@@ -137,11 +141,46 @@ std::size_t repair(const table &from, bytes in, std::u32string &out)
     return std::min(from.unit, in.size());
 }
 
-std::u32string characters(const table &from, bytes in)
+// A character table in use: opening a conversion costs more than many a text.
+struct open_table {
+    explicit open_table(const table &of);
+
+    converter convert;
+    std::bitset<256> ascii; // bytes that stand for themselves, wherever they stand
+};
+
+bool is_byte_of_itself(const converter &convert, std::uint8_t byte)
 {
-    const converter convert{from.name};
+    bytes in{&byte, 1};
+    std::u32string out;
+    return convert.run(in, out) == 0 && out == std::u32string(1, byte);
+}
+
+// The printable characters are tried one by one. None of them is a lead byte in a table of single
+// bytes that knows it, nor a second one unless behind a byte that is not among them.
+open_table::open_table(const table &of) : convert{of.name}
+{
+    if (convert.usable() && of.unit == 1)
+        for (std::uint8_t byte = 0x20; byte < 0x7F; ++byte)
+            ascii[byte] = is_byte_of_itself(convert, byte);
+}
+
+const open_table &opened(const table &of)
+{
+    thread_local std::map<std::string, open_table> tables;
+    return tables.try_emplace(of.name, of).first->second;
+}
+
+bool is_ascii(const open_table &in, bytes text)
+{
+    return std::ranges::all_of(text, [&](std::uint8_t byte) { return in.ascii[byte]; });
+}
+
+std::u32string characters(const table &from, const converter &convert, bytes in)
+{
     if (!convert.usable())
         return {replacement};
+    convert.reset();
     std::u32string out;
     while (!in.empty()) {
         const int error = convert.run(in, out);
@@ -247,6 +286,8 @@ decoded first_character(std::string_view text)
 // The locale that every C library has with UTF-8; the user's own is not asked.
 std::size_t character_width(char32_t c)
 {
+    if (c >= 0x20 && c < 0x7F)
+        return 1;
     static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     if (utf8 == nullptr)
         return 1;
@@ -264,11 +305,15 @@ std::string dvb_text(std::span<const std::uint8_t> field, const std::string &def
         return {};
     const selection chosen = select(field, default_table);
     std::string out;
-    if (!chosen.from)
+    if (!chosen.from) {
         append_utf8(out, replacement);
-    else
-        for (const char32_t c : characters(*chosen.from, chosen.text))
-            append_shown(out, c);
+        return out;
+    }
+    const open_table &from = opened(*chosen.from);
+    if (is_ascii(from, chosen.text))
+        return {chosen.text.begin(), chosen.text.end()};
+    for (const char32_t c : characters(*chosen.from, from.convert, chosen.text))
+        append_shown(out, c);
     return out;
 }
 

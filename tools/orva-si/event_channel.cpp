@@ -72,26 +72,10 @@ constexpr bool is_service(std::uint16_t id)
 
 constexpr unsigned schedule_filters = 5; // that the library takes at most
 
-// The schedule of a service of this multiplex as far as it is stored.
-std::vector<section_outline> schedule_of(std::uint16_t service_id)
-{
-    std::vector<section_outline> sections;
-    for (const SiEitRequest &service : stored_services()) {
-        if (service.service_id != service_id)
-            continue;
-        for (section_outline &section : outline_of(service))
-            if (is_schedule_actual(section.table_id))
-                sections.push_back(std::move(section));
-    }
-    return sections;
-}
-
 // In both stores.
 std::uint64_t count_stored_sections()
 {
-    std::uint64_t total = 0;
-    for (const SiEitRequest &service : stored_services())
-        total += outline_of(service).size();
+    std::uint64_t total = count_event_sections();
     const store_lock held;
     each_element<SiTable>(Orva_Si_GetTableList(), [&](const SiTable &table) {
         total += static_cast<std::uint64_t>(table.psect_list->nb_elt);
@@ -233,8 +217,8 @@ bool event_channel::release_filters()
         released = true;
     }
     std::vector<std::uint16_t> unfinished;
-    for (const std::uint16_t service : awaited)
-        if (!is_whole_schedule(schedule_of(service)))
+    for (const auto &[service, state] : schedule_states(awaited))
+        if (!state.whole)
             unfinished.push_back(service);
     if (unfinished.size() == awaited.size())
         return released;
@@ -250,9 +234,8 @@ unsigned event_channel::turns_of_all() const
 {
     constexpr unsigned most_tables = 16;
     unsigned tables = asked_for_later_tables ? most_tables : 1;
-    for (const std::uint16_t service : awaited)
-        for (const section_outline &section : schedule_of(service))
-            tables = std::max(tables, (section.last_table_id & 0x0Fu) + 1);
+    for (const auto &[service, state] : schedule_states(awaited))
+        tables = std::max(tables, state.tables);
     const auto services = static_cast<unsigned>(awaited.size());
     const auto programs = awaits_pmts ? static_cast<unsigned>(programs_of_pat().size()) : 0u;
     return std::max((services + schedule_filters - 1) / schedule_filters * tables, programs) + 1;
@@ -283,10 +266,13 @@ bool event_channel::look_for_later_tables()
         Si_SectFlt_StopPmt();
     awaits_pmts = false;
     constexpr std::uint8_t last_schedule_table = 0x5F;
+    auto states = schedule_states(awaited);
     std::vector<std::uint16_t> headless;
-    for (const SiEitRequest &met : input.event_services())
-        if (awaited.erase(met.service_id) != 0 && schedule_of(met.service_id).empty())
+    for (const SiEitRequest &met : input.event_services()) {
+        const auto state = states.extract(met.service_id);
+        if (!state.empty() && !state.mapped().begun)
             headless.push_back(met.service_id);
+    }
     Orva_Si_StopActualScheduleEIT();
     awaited.clear();
     request_schedules(headless);

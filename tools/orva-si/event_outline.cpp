@@ -70,6 +70,21 @@ constexpr unsigned segment_of(std::uint8_t section_number)
     return section_number / 8u;
 }
 
+constexpr std::size_t long_header_bytes = 8;
+constexpr std::size_t eit_header_bytes = 14; // up to last_table_id (EN 300 468, 5.2.4)
+
+// What stands in front of the events; the section must be as long.
+section_outline read_header(bytes eit)
+{
+    return {.table_id = eit[0],
+            .version = si::version_of(eit[5]),
+            .section_number = eit[6],
+            .last_section_number = eit[7],
+            .segment_last_section_number = eit[12],
+            .last_table_id = eit[13],
+            .events = {}};
+}
+
 // Which sections of a sub-table there are, and which there should be.
 struct sub_table_progress {
     std::bitset<256> held;
@@ -97,22 +112,41 @@ struct sub_table_progress {
     }
 };
 
+// The same for all sub-tables of a schedule of the tuned multiplex.
+struct schedule_progress {
+    std::array<sub_table_progress, 16> tables;
+    std::size_t last = 0;
+    bool begun = false;
+
+    void add(const section_outline &section)
+    {
+        if (!is_schedule_actual(section.table_id))
+            return;
+        begun = true;
+        tables[section.table_id & 0x0Fu].add(section);
+        last = std::max<std::size_t>(last, section.last_table_id & 0x0Fu);
+    }
+    bool is_whole() const
+    {
+        return std::all_of(tables.begin(), tables.begin() + static_cast<std::ptrdiff_t>(last + 1),
+                           [](const sub_table_progress &table) { return table.is_whole(); });
+    }
+    schedule_state state() const
+    {
+        return {begun, is_whole(), begun ? static_cast<unsigned>(last + 1) : 0};
+    }
+};
+
 } // namespace
 
 section_outline read_outline(bytes eit)
 {
-    section_outline read;
     const auto body = payload(eit);
-    if (!body)
-        return read;
-    read.table_id = eit[0];
-    read.version = si::version_of(eit[5]);
-    read.section_number = eit[6];
-    read.last_section_number = eit[7];
+    if (!body || eit.size() < eit_header_bytes + si::crc_bytes)
+        return {};
+    section_outline read = read_header(eit);
     byte_reader in{*body};
-    in.u32(); // transport_stream_id and original_network_id
-    read.segment_last_section_number = in.u8();
-    read.last_table_id = in.u8();
+    in.span(eit_header_bytes - long_header_bytes);
     while (in.ok && in.more()) {
         event_outline event;
         event.event_id = in.u16();
@@ -131,16 +165,42 @@ section_outline read_outline(bytes eit)
 
 bool is_whole_schedule(const std::vector<section_outline> &sections)
 {
-    std::array<sub_table_progress, 16> tables;
-    std::size_t last = 0;
-    for (const section_outline &section : sections) {
-        if (!is_schedule_actual(section.table_id))
-            continue;
-        tables[section.table_id & 0x0Fu].add(section);
-        last = std::max<std::size_t>(last, section.last_table_id & 0x0Fu);
-    }
-    return std::all_of(tables.begin(), tables.begin() + static_cast<std::ptrdiff_t>(last + 1),
-                       [](const sub_table_progress &table) { return table.is_whole(); });
+    schedule_progress progress;
+    for (const section_outline &section : sections)
+        progress.add(section);
+    return progress.is_whole();
+}
+
+std::map<std::uint16_t, schedule_state> schedule_states(const std::set<std::uint16_t> &services)
+{
+    std::map<std::uint16_t, schedule_progress> progress;
+    for (const std::uint16_t service : services)
+        progress.try_emplace(service);
+    const event_store_lock held;
+    each_element<SiEitService>(Orva_Si_GetDvbEitList(), [&](const SiEitService &stored) {
+        const auto of = progress.find(stored.service_id);
+        if (of == progress.end())
+            return;
+        each_element<SiEitSection>(stored.sections, [&](const SiEitSection &part) {
+            if (part.section != nullptr && part.sect_len >= eit_header_bytes)
+                of->second.add(read_header({part.section, eit_header_bytes}));
+        });
+    });
+    std::map<std::uint16_t, schedule_state> states;
+    for (const auto &[service, reached] : progress)
+        states.emplace(service, reached.state());
+    return states;
+}
+
+std::uint64_t count_event_sections()
+{
+    std::uint64_t total = 0;
+    const event_store_lock held;
+    each_element<SiEitService>(Orva_Si_GetDvbEitList(), [&](const SiEitService &stored) {
+        if (stored.sections != nullptr)
+            total += static_cast<std::uint64_t>(stored.sections->nb_elt);
+    });
+    return total;
 }
 
 std::vector<SiEitRequest> stored_services()

@@ -7,6 +7,8 @@
 #include <bitset>
 
 #include <cstdint>
+#include <map>
+#include <set>
 #include <vector>
 
 #include "orva_si.h"
@@ -59,6 +61,20 @@ std::vector<SiEitRequest> stored_services();
 
 // The stored sections of a service, in the order of their arrival, which is that of the answers.
 std::vector<section_outline> outline_of(const SiEitRequest &service);
+
+// How far the schedule of a service of the tuned multiplex is stored.
+struct schedule_state {
+    bool begun = false;  // some of its sections are
+    bool whole = false;  // as is_whole_schedule
+    unsigned tables = 0; // sub-tables that it has, as far as its sections tell
+};
+
+// That of each of the services, by service_id, whatever multiplex they were announced for. Reads
+// the headers of the sections where they are.
+std::map<std::uint16_t, schedule_state> schedule_states(const std::set<std::uint16_t> &services);
+
+// In the store of events.
+std::uint64_t count_event_sections();
 
 // Whether the sections are all that the schedule of a service of the tuned multiplex has: every
 // sub-table up to the last, every segment of it up to its last section (ETSI TS 101 211, 4.1.4).

@@ -34,15 +34,46 @@ std::string progress_text(const OrvaDemuxStatus &status)
            " services";
 }
 
-bool has_events(const std::vector<guide_service> &services)
-{
-    return std::ranges::any_of(services, [](const guide_service &one) {
-        return !one.present_following.empty() || !one.schedule.empty();
-    });
-}
+// Prints the guide as it comes, service by service.
+class guide_printer {
+public:
+    guide_printer(const options &with, const guide_style &in) : chosen{with}, style{in}
+    {
+        if (chosen.json)
+            put(guide_json_head(chosen.input));
+    }
+    // Whether more is wanted: standard output works and somebody reads it.
+    bool add(const guide_service &one)
+    {
+        const bool first = !found_any;
+        found_any = true;
+        if (chosen.json) {
+            put(guide_json_service(one, first));
+        } else if (const std::string text = guide_text_service(one, style); !text.empty()) {
+            put(found_events ? '\n' + text : text);
+        }
+        found_events = found_events || !one.present_following.empty() || !one.schedule.empty();
+        return works && !reader_has_left();
+    }
+    void end(bool complete)
+    {
+        if (chosen.json)
+            put(guide_json_end(complete, found_any));
+    }
+
+    bool works = true;
+    bool found_any = false;
+    bool found_events = false;
+
+private:
+    void put(const std::string &text) { works = works && print(text); }
+
+    const options &chosen;
+    guide_style style;
+};
 
 // Says on standard error what the results lack; the exit status.
-int judge(const channel_run &of, const std::vector<guide_service> &found, const options &chosen)
+int judge(const channel_run &of, const guide_printer &printed, const options &chosen)
 {
     const std::string name = input_name(chosen.input) + ": ";
     if (of.status.error != ORVA_DEMUX_OK)
@@ -58,9 +89,9 @@ int judge(const channel_run &of, const std::vector<guide_service> &found, const 
     const bool no_program = lacks_program(chosen);
     if (no_program)
         complain(name + "no program " + std::to_string(*chosen.program));
-    if (found.empty())
+    if (!printed.found_any)
         complain(name + "no events of such a service");
-    else if (!has_events(found) && !chosen.quiet)
+    else if (!printed.found_events && !chosen.quiet)
         complain(name + "no events");
     if (of.how == channel_end::time_over)
         complain(name + "the time given is over: what came until now is printed");
@@ -68,7 +99,7 @@ int judge(const channel_run &of, const std::vector<guide_service> &found, const 
         complain(name + "the library's store is full: what came after that is missing");
     if (!of.complete())
         return exit_partial;
-    return no_program || found.empty() ? exit_failure : exit_complete;
+    return no_program || !printed.found_any ? exit_failure : exit_complete;
 }
 
 } // namespace
@@ -91,14 +122,13 @@ int run_guide(const options &chosen)
         complain(input_error_text(chosen.input, result.status.error, 0));
         return input_error_status(result.status.error);
     }
-    const std::vector<guide_service> services = collect_guide(chosen, *within);
+    guide_printer printer{chosen, {output_columns(), chosen.languages, chosen.verbose}};
+    collect_guide(chosen, *within, [&](const guide_service &one) { return printer.add(one); });
     if (received_signal() != 0)
         result.how = channel_end::signal;
-    const int status = judge(result, services, chosen);
-    const bool printed = print(
-        chosen.json ? guide_json(services, chosen.input, result.complete())
-                    : guide_text(services, {output_columns(), chosen.languages, chosen.verbose}));
-    if (!printed)
+    printer.end(result.complete());
+    const int status = judge(result, printer, chosen);
+    if (!printer.works)
         return exit_failure;
     return received_signal() != 0 ? exit_by_signal + received_signal() : status;
 }

@@ -32,11 +32,21 @@ std::uint32_t ask(const event_key &key, Arguments... arguments)
 template <class T, auto Getter>
 std::vector<T> list_answer(const event_key &key)
 {
-    return list_of<T>([&](T *list, std::uint32_t *count) { return ask<Getter>(key, list, count); });
+    constexpr std::uint32_t usual = 8; // descriptors of an event
+    return list_of<T>([&](T *list, std::uint32_t *count) { return ask<Getter>(key, list, count); },
+                      usual);
+}
+
+// Of what is only printed on request nothing is asked without it.
+bool wants_descriptions(const collecting &run)
+{
+    return run.chosen.json || run.chosen.verbose;
 }
 
 std::optional<label> text_of(const collecting &run, const event_key &key, std::uint32_t language)
 {
+    if (!wants_descriptions(run))
+        return std::nullopt;
     return name_of(run, [&](SiDvbString *text) {
         return ask<Orva_Si_GetShortEvtDescByID>(key, language, text);
     });
@@ -70,15 +80,16 @@ void append_extended(const collecting &run, const event_key &key, std::uint32_t 
 // The rest of an event, asked for as far as its descriptors can answer.
 void describe(const collecting &run, const event_key &key, const event_outline &outline, event &to)
 {
-    for (const std::uint32_t language : outline.extended_languages)
-        append_extended(run, key, language, to.extended);
+    if (wants_descriptions(run))
+        for (const std::uint32_t language : outline.extended_languages)
+            append_extended(run, key, language, to.extended);
     if (outline.tags[content_tag])
         to.genres = each(list_answer<SiEvtContent, Orva_Si_GetEvtContentDesc>(key),
                          [](const SiEvtContent &told) -> genre {
                              return {told.content_nibble_level_1, told.content_nibble_level_2,
                                      told.user_nibble_1, told.user_nibble_2};
                          });
-    if (outline.tags[component_tag])
+    if (run.chosen.json && outline.tags[component_tag])
         to.components =
             each(list_answer<SiEvtComponent, Orva_Si_GetEvtComponentDesc>(key),
                  [&](const SiEvtComponent &told) -> event_component {
@@ -91,7 +102,7 @@ void describe(const collecting &run, const event_key &key, const event_outline &
                               return {code_of(told.country_code), told.rating};
                           });
     std::uint8_t ca = 0;
-    if (outline.tags[ca_identifier_tag])
+    if (run.chosen.json && outline.tags[ca_identifier_tag])
         ask<Orva_Si_HaveEvtCAIdentifierDesc>(key, &ca);
     to.ca = ca != 0;
 }
@@ -194,13 +205,15 @@ std::vector<const event_outline *> schedule_outlines(const std::vector<section_o
 }
 
 std::vector<SiBasicEvent> basic_events(const SiEitRequest &service, std::uint32_t language,
-                                       const window &within)
+                                       const window &within, std::size_t most)
 {
-    return list_of<SiBasicEvent>([&](SiBasicEvent *events, std::uint32_t *count) {
-        return Orva_Si_GetOneServBscEvtInfos(service.original_network_id,
-                                             service.transport_stream_id, service.service_id,
-                                             language, within.start, within.end, events, count);
-    });
+    return list_of<SiBasicEvent>(
+        [&](SiBasicEvent *events, std::uint32_t *count) {
+            return Orva_Si_GetOneServBscEvtInfos(service.original_network_id,
+                                                 service.transport_stream_id, service.service_id,
+                                                 language, within.start, within.end, events, count);
+        },
+        static_cast<std::uint32_t>(most));
 }
 
 std::vector<std::uint32_t> languages_of(const std::vector<const event_outline *> &outlines)
@@ -250,7 +263,8 @@ void add_names(const collecting &run, const SiEitRequest &service, const window 
     for (outlined_event &one : events)
         one.what.names.resize(one.outline->name_languages.size());
     for (const std::uint32_t language : languages) {
-        const std::vector<SiBasicEvent> told = basic_events(service, language, within);
+        const std::vector<SiBasicEvent> told =
+            basic_events(service, language, within, events.size());
         for (std::size_t i = 0; i < events.size() && i < told.size(); ++i) {
             const auto &in = events[i].outline->name_languages;
             for (std::size_t n = 0; n < in.size(); ++n)
@@ -287,7 +301,7 @@ std::vector<event> schedule_of(const collecting &run, const SiEitRequest &servic
     if (outlines.empty())
         return {};
     const std::vector<std::uint32_t> languages = languages_of(outlines);
-    auto found = match(basic_events(service, 0, within), outlines);
+    auto found = match(basic_events(service, 0, within, outlines.size()), outlines);
     add_names(run, service, within, languages, found);
     std::vector<event> events;
     for (outlined_event &one : found) {
@@ -355,7 +369,8 @@ bool is_wanted(const guide_service &of, const std::string &wanted)
     return name.find(small_letters(wanted)) != std::string::npos;
 }
 
-std::vector<guide_service> collect_guide(const options &chosen, const window &within)
+void collect_guide(const options &chosen, const window &within,
+                   const std::function<bool(const guide_service &)> &take)
 {
     const collecting run{chosen};
     std::vector<SiEitRequest> services = stored_services();
@@ -363,10 +378,9 @@ std::vector<guide_service> collect_guide(const options &chosen, const window &wi
         return std::tuple{of.original_network_id, of.transport_stream_id, of.service_id};
     };
     std::ranges::sort(services, {}, numbers);
-    std::vector<guide_service> found;
     for (const SiEitRequest &service : services) {
         if (run.interrupted())
-            break;
+            return;
         guide_service one{service.original_network_id,
                           service.transport_stream_id,
                           service.service_id,
@@ -378,9 +392,9 @@ std::vector<guide_service> collect_guide(const options &chosen, const window &wi
         const std::vector<section_outline> sections = outline_of(service);
         one.present_following = present_following_of(run, service, sections);
         one.schedule = schedule_of(run, service, sections, within);
-        found.push_back(std::move(one));
+        if (!take(one))
+            return;
     }
-    return found;
 }
 
 } // namespace tool

@@ -4,6 +4,7 @@
 #define TOOLS_GUIDE_EVENTS_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -91,8 +92,10 @@ struct window {
 };
 
 // Asks the library for the events of every service wanted that it has any of, in the order of their
-// numbers.
-std::vector<guide_service> collect_guide(const options &chosen, const window &within);
+// numbers, and hands over one service after the other: all at once could be large. take answers
+// whether to go on.
+void collect_guide(const options &chosen, const window &within,
+                   const std::function<bool(const guide_service &)> &take);
 
 // Whether a service is wanted: by service_id, by original_network_id.transport_stream_id.service_id
 // or by a part of its name, upper and lower case alike. Empty means every service.

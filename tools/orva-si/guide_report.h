@@ -10,7 +10,12 @@
 
 namespace tool {
 
-// Both end with a line break. JSON is UTF-8 whatever the input is called.
+// JSON in three parts, so that no more than a service is held: what stands before the services,
+// each of them, and the end with a line break. UTF-8 whatever the input is called.
+std::string guide_json_head(const std::string &input);
+std::string guide_json_service(const guide_service &of, bool first);
+std::string guide_json_end(bool complete, bool any_services);
+
 std::string guide_json(const std::vector<guide_service> &services, const std::string &input,
                        bool complete);
 
@@ -20,6 +25,10 @@ struct guide_style {
     bool verbose = false;               // with texts and descriptions
 };
 
+// The events of a service, each line with its break; empty when it has none.
+std::string guide_text_service(const guide_service &of, const guide_style &style);
+
+// Services with an empty line between them.
 std::string guide_text(const std::vector<guide_service> &services, const guide_style &style);
 
 // "Orva One HD  (65281.1001.101)"

@@ -1,105 +1,143 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "guide_report.h"
 #include "json_values.h"
+#include "json_writer.h"
 #include "time_words.h"
 
 namespace tool {
 namespace {
 
-json one_name(const event_name &of)
+void write_name(json_writer &to, const event_name &of)
 {
-    json told{{"language", of.language}};
-    set_text(told, "name", of.name);
-    set_text(told, "text", of.text);
-    return told;
+    to.object([&] {
+        to.member("language", of.language);
+        to.text("name", of.name);
+        to.text("text", of.text);
+    });
 }
 
-json one_item(const extended_part::item &of)
+void write_item(json_writer &to, const extended_part::item &of)
 {
-    json told = json::object();
-    set_text(told, "item_description", of.description);
-    set_text(told, "item", of.value);
-    return told;
+    to.object([&] {
+        to.text("item_description", of.description);
+        to.text("item", of.value);
+    });
 }
 
-json one_part(const extended_part &of)
+void write_part(json_writer &to, const extended_part &of)
 {
-    json told{{"language", of.language},
-              {"descriptor_number", of.number},
-              {"last_descriptor_number", of.last_number},
-              {"items", array_of(of.items, one_item)}};
-    set_text(told, "text", of.text);
-    return told;
+    to.object([&] {
+        to.member("language", of.language);
+        to.member("descriptor_number", std::uint32_t{of.number});
+        to.member("last_descriptor_number", std::uint32_t{of.last_number});
+        to.array("items", of.items, [&](const auto &item) { write_item(to, item); });
+        to.text("text", of.text);
+    });
 }
 
-json one_genre(const genre &of)
+void write_genre(json_writer &to, const genre &of)
 {
-    return {{"content_nibble_level_1", of.level_1},
-            {"content_nibble_level_2", of.level_2},
-            {"user_nibble_1", of.user_1},
-            {"user_nibble_2", of.user_2}};
+    to.object([&] {
+        to.member("content_nibble_level_1", std::uint32_t{of.level_1});
+        to.member("content_nibble_level_2", std::uint32_t{of.level_2});
+        to.member("user_nibble_1", std::uint32_t{of.user_1});
+        to.member("user_nibble_2", std::uint32_t{of.user_2});
+    });
 }
 
-json one_component(const event_component &of)
+void write_component(json_writer &to, const event_component &of)
 {
-    json told{{"stream_content", of.stream_content},
-              {"component_type", of.component_type},
-              {"component_tag", of.component_tag},
-              {"language", of.language}};
-    set_text(told, "text", of.text);
-    return told;
+    to.object([&] {
+        to.member("stream_content", std::uint32_t{of.stream_content});
+        to.member("component_type", std::uint32_t{of.component_type});
+        to.member("component_tag", std::uint32_t{of.component_tag});
+        to.member("language", of.language);
+        to.text("text", of.text);
+    });
 }
 
-json one_event(const event &of)
+void write_rating(json_writer &to, const age_rating &of)
 {
-    return {{"event_id", of.event_id},
-            {"start", of.start ? json(utc_text(*of.start)) : json{}},
-            {"start_utc", value_or_null(of.start)},
-            {"duration", value_or_null(of.duration)},
-            {"names", array_of(of.names, one_name)},
-            {"extended", array_of(of.extended, one_part)},
-            {"content", array_of(of.genres, one_genre)},
-            {"components", array_of(of.components, one_component)},
-            {"ratings",
-             array_of(of.ratings,
-                      [](const age_rating &rating) -> json {
-                          return {{"country_code", rating.country}, {"rating", rating.rating}};
-                      })},
-            {"ca", of.ca}};
+    to.object([&] {
+        to.member("country_code", of.country);
+        to.member("rating", std::uint32_t{of.rating});
+    });
 }
 
-json position(place at)
+void write_members(json_writer &to, const event &of)
+{
+    to.member("event_id", std::uint32_t{of.event_id});
+    to.member("start", of.start ? std::optional{utc_text(*of.start)} : std::nullopt);
+    to.member("start_utc", of.start);
+    to.member("duration", of.duration);
+    to.array("names", of.names, [&](const auto &name) { write_name(to, name); });
+    to.array("extended", of.extended, [&](const auto &part) { write_part(to, part); });
+    to.array("content", of.genres, [&](const auto &one) { write_genre(to, one); });
+    to.array("components", of.components, [&](const auto &one) { write_component(to, one); });
+    to.array("ratings", of.ratings, [&](const auto &one) { write_rating(to, one); });
+    to.member("ca", of.ca);
+}
+
+std::optional<std::string> position(place at)
 {
     if (at == place::other)
-        return {};
+        return std::nullopt;
     return at == place::present ? "present" : "following";
 }
 
-json one_service(const guide_service &of)
+void write_service(json_writer &to, const guide_service &of)
 {
-    json told{{"original_network_id", of.original_network_id},
-              {"transport_stream_id", of.transport_stream_id},
-              {"service_id", of.service_id}};
-    set_text(told, "name", of.name);
-    told["present_following"] = array_of(of.present_following, [](const placed_event &event) {
-        json placed = one_event(event.what);
-        placed["position"] = position(event.at);
-        return placed;
+    to.object([&] {
+        to.member("original_network_id", std::uint32_t{of.original_network_id});
+        to.member("transport_stream_id", std::uint32_t{of.transport_stream_id});
+        to.member("service_id", std::uint32_t{of.service_id});
+        to.text("name", of.name);
+        to.array("present_following", of.present_following, [&](const placed_event &one) {
+            to.object([&] {
+                write_members(to, one.what);
+                to.member("position", position(one.at));
+            });
+        });
+        to.array("schedule", of.schedule,
+                 [&](const event &one) { to.object([&] { write_members(to, one); }); });
     });
-    told["schedule"] = array_of(of.schedule, one_event);
-    return told;
 }
 
 } // namespace
 
+std::string guide_json_head(const std::string &input)
+{
+    return "{\n  \"schema\": \"orva-si/1\",\n  \"input\": " +
+           json(input).dump(-1, ' ', false, json::error_handler_t::replace) +
+           ",\n  \"services\": [";
+}
+
+std::string guide_json_service(const guide_service &of, bool first)
+{
+    constexpr unsigned level = 2; // a list in the one object
+    std::string out = first ? "\n    " : ",\n    ";
+    json_writer to{out, level};
+    write_service(to, of);
+    return out;
+}
+
+// Whether it is complete is known last.
+std::string guide_json_end(bool complete, bool any_services)
+{
+    return std::string{any_services ? "\n  ]" : "]"} +
+           ",\n  \"complete\": " + (complete ? "true" : "false") + "\n}\n";
+}
+
 std::string guide_json(const std::vector<guide_service> &services, const std::string &input,
                        bool complete)
 {
-    const json told{{"schema", "orva-si/1"},
-                    {"input", input},
-                    {"complete", complete},
-                    {"services", array_of(services, one_service)}};
-    return told.dump(2, ' ', false, json::error_handler_t::replace) + '\n';
+    std::string told = guide_json_head(input);
+    bool any = false;
+    for (const guide_service &one : services) {
+        told += guide_json_service(one, !any);
+        any = true;
+    }
+    return told + guide_json_end(complete, any);
 }
 
 } // namespace tool

@@ -164,15 +164,22 @@ std::string service_title(const guide_service &of)
     return name.empty() ? "Service " + numbers : name + "  (" + numbers + ")";
 }
 
+std::string guide_text_service(const guide_service &of, const guide_style &style)
+{
+    if (of.present_following.empty() && of.schedule.empty())
+        return {};
+    std::string out = service_title(of) + '\n';
+    append_present_following(out, of, style);
+    append_schedule(out, of, style);
+    return out;
+}
+
 std::string guide_text(const std::vector<guide_service> &services, const guide_style &style)
 {
     std::string out;
     for (const guide_service &one : services) {
-        if (one.present_following.empty() && one.schedule.empty())
-            continue;
-        out += (out.empty() ? "" : "\n") + service_title(one) + '\n';
-        append_present_following(out, one, style);
-        append_schedule(out, one, style);
+        const std::string text = guide_text_service(one, style);
+        out += (out.empty() || text.empty() ? "" : "\n") + text;
     }
     return out;
 }

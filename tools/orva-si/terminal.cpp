@@ -27,6 +27,7 @@ constexpr char empty_line[] = "\r\033[K";
 
 std::atomic<int> first_signal{0};
 std::atomic<bool> line_shown{false}; // by a progress_line
+bool pipe_closed = false;            // that standard output was written to
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
 std::int64_t milliseconds_now()
@@ -100,14 +101,20 @@ bool print(const std::string &text)
         const ssize_t written = write(STDOUT_FILENO, rest.data(), rest.size());
         if (written >= 0)
             rest.remove_prefix(static_cast<std::size_t>(written));
-        else if (errno == EPIPE)
+        else if (errno == EPIPE) {
+            pipe_closed = true;
             return true;
-        else if (errno != EINTR) {
+        } else if (errno != EINTR) {
             complain(std::string{"standard output: "} + std::strerror(errno));
             return false;
         }
     }
     return true;
+}
+
+bool reader_has_left()
+{
+    return pipe_closed;
 }
 
 std::size_t output_columns()

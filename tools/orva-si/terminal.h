@@ -21,6 +21,9 @@ void complain(const std::string &text);
 // Writes to standard output. False when that failed; a reader who has gone is no failure.
 bool print(const std::string &text);
 
+// Whether print found that nobody reads any more.
+bool reader_has_left();
+
 // Columns for tables on standard output: those of the terminal, and no limit for anything else.
 std::size_t output_columns();
 
