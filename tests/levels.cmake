@@ -82,7 +82,7 @@ file(CONFIGURE OUTPUT levels_include.cmake @ONLY CONTENT "function(orva_test_of_
     set(program \"@CMAKE_CURRENT_BINARY_DIR@/\${name}\")
     if(EXISTS \"\${program}\")
         add_test(\${name} \"\${program}\")
-        set_tests_properties(\${name} PROPERTIES LABELS levels PROCESSORS 3 @orva_test_properties@)
+        set_tests_properties(\${name} PROPERTIES LABELS levels @orva_test_properties@)
     endif()
 endfunction()
 @script@")
