@@ -14,11 +14,12 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "fakes/platform.h"
-#include "orva_si/query_text.h"
+#include "orva_si.h"
 #include "support/getter_table.h"
 #include "support/store.h"
 
@@ -75,6 +76,59 @@ void each_getter(Visit visit)
     EXPECT_EQ(kept[used.size() / 2], with);
 }
 
+// Which bytes of a record belong to a member, told by the members in their order.
+template <class Record, class... Member>
+std::vector<bool> bytes_of_members(const Record &record, const Member &...member)
+{
+    std::vector<bool> owned(sizeof record);
+    const auto *start = reinterpret_cast<const std::uint8_t *>(&record);
+    const auto own = [&](const auto &one) {
+        const auto at = reinterpret_cast<const std::uint8_t *>(&one) - start;
+        std::fill_n(owned.begin() + at, sizeof one, true);
+    };
+    (own(member), ...);
+    return owned;
+}
+
+#define MEMBERS_OF(record, ...)                                                                    \
+    [] {                                                                                           \
+        const record it{};                                                                         \
+        const auto &[__VA_ARGS__] = it;                                                            \
+        return bytes_of_members(it, __VA_ARGS__);                                                  \
+    }()
+
+// Of the records that have padding, by the getter that fills them.
+const std::map<std::string_view, std::vector<bool>> &padded_records()
+{
+    static const std::map<std::string_view, std::vector<bool>> records = [] {
+        const auto region = MEMBERS_OF(SiTargetRegion, a, b, c, d, e);
+        const auto satellite = MEMBERS_OF(SiSatelliteDelivery, a, b, c, d, e, f, g, h, i, j);
+        const auto cable = MEMBERS_OF(SiCableDelivery, a, b, c, d, e, f);
+        const auto linkage = MEMBERS_OF(SiLinkage, a, b, c, d);
+        return std::map<std::string_view, std::vector<bool>>{
+            {"Orva_Si_GetServAvailList", MEMBERS_OF(SiServAvail, a, b)},
+            {"Orva_Si_GetServiceList", MEMBERS_OF(SiServiceListEntry, a, b)},
+            {"Orva_Si_GetServiceListInBouquet", MEMBERS_OF(SiBouquetService, a, b, c, d)},
+            {"Orva_Si_GetSdtTargetRegionInfo", region},
+            {"Orva_Si_GetGlobalTargetRegionInfo", region},
+            {"Orva_Si_GetTsTargetRegionInfo", region},
+            {"Orva_Si_GetSatelliteDeliveryList", satellite},
+            {"Orva_Si_GetSatelliteDeliveryDescriptor", satellite},
+            {"Orva_Si_GetCableDeliveryList", cable},
+            {"Orva_Si_GetCableDeliveryDescriptor", cable},
+            {"Orva_Si_GetTerrDeliveryList",
+             MEMBERS_OF(SiTerrDelivery, a, b, c, d, e, f, g, h, i, j, k, l, m)},
+            {"Orva_Si_GetLinkageDesc", linkage},
+            {"Orva_Si_GetServLinkageDesc", linkage},
+            {"Orva_Si_GetNitLinkageDesc", linkage},
+            {"Orva_Si_GetAudioIso639Desc", MEMBERS_OF(SiIso639Desc, a, b, c)},
+            {"Orva_Si_GetTeleTextDesc", MEMBERS_OF(SiTeletextDesc, a, b, c, d, e)},
+            {"Orva_Si_GetOneServBscEvtInfos", MEMBERS_OF(SiBasicEvent, a, b, c, d)},
+        };
+    }();
+    return records;
+}
+
 class NoForeignByte : public testing::TestWithParam<answered> {
 protected:
     NoForeignByte()
@@ -101,6 +155,33 @@ TEST_P(NoForeignByte, IsWritten)
             if (one.memory[at] != 0xA5 || other.memory[at] != 0x5A) {
                 ASSERT_EQ(one.memory[at], other.memory[at]) << of.name << ", byte " << at;
             }
+    }
+}
+
+TEST_P(NoForeignByte, IsWrittenBetweenTheMembersOfARecord)
+{
+    for (const getter &of : GetParam().getters) {
+        const auto found = padded_records().find(of.name);
+        if (found == padded_records().end())
+            continue;
+        ASSERT_EQ(found->second.size(), of.element) << of.name;
+        for (const std::uint8_t fill : std::array<std::uint8_t, 2>{0xA5, 0x5A}) {
+            const answer told = ask(of, plenty(of), fill);
+            for (std::size_t at = 0; at < told.memory.size(); ++at)
+                if (!found->second[at % of.element]) {
+                    ASSERT_EQ(told.memory[at], fill) << of.name << ", byte " << at;
+                }
+        }
+    }
+}
+
+TEST(PaddedRecords, AreAllOfQuestionsThatAreAsked)
+{
+    std::set<std::string_view> asked;
+    each_getter([&](const getter &of) { asked.insert(of.name); });
+    for (const auto &[name, members] : padded_records()) {
+        EXPECT_TRUE(asked.contains(name)) << name;
+        EXPECT_NE(std::ranges::find(members, false), members.end()) << name << " has no padding";
     }
 }
 

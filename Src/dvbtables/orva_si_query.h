@@ -269,6 +269,14 @@ int room_of(const End &end)
         return 1;
 }
 
+// Lets the memory of a section come while other work is done.
+inline void fetch(const SiEitSection &stored)
+{
+    constexpr std::size_t cache_line = 64;
+    for (std::size_t at = 0; stored.section != nullptr && at < stored.sect_len; at += cache_line)
+        __builtin_prefetch(stored.section + at);
+}
+
 // One event, as it shows from outside of a section; or any.
 struct sought_event {
     event_marks marks = 0;
@@ -289,6 +297,16 @@ constexpr sought_event event_with(std::uint32_t event_id)
     return {marks_of(low16(event_id)), low16(event_id)};
 }
 
+// The first section from there on that may carry the event; behind the last one when none may. Most
+// of a question's steps are made here.
+inline std::size_t kept_with(sought_event sought, service_summary kept, std::size_t from)
+{
+    std::size_t at = from;
+    while (at < kept.known.size() && !sought.may_be_in(kept.events[at]))
+        ++at;
+    return at;
+}
+
 // Asks the decoded sections of a service's events, of those that are wanted for what is known of
 // them and may carry the event that is sought.
 template <class End, class Wanted, class Visit>
@@ -300,8 +318,11 @@ std::uint32_t query_events(site here, const service_key &key, const End &end, Wa
     auto opened = decoding<eit_codec, largest_section>(visit, sought, [here] {
         SI_LOG_AT(here, level::trace, "@@@@@@@@@@@@@@@@@@@@@@@@ eit_section == NULL\n");
     });
-    auto asked = [&](const section_summary &known, const SiEitSection &stored) {
-        return wanted(known) && is_whole(stored) ? opened(stored.section) : step::next;
+    auto ask_section = [&](const SiEitSection &stored) {
+        return is_whole(stored) ? opened(stored.section) : step::next;
+    };
+    auto ask_wanted = [&](const section_summary &known, const SiEitSection &stored) {
+        return wanted(known) ? ask_section(stored) : step::next;
     };
     const scope_lock lock{eit, here};
     if (!lock.held) {
@@ -310,11 +331,17 @@ std::uint32_t query_events(site here, const service_key &key, const End &end, Wa
     }
     const service_summary kept = known_sections(key);
     if (kept.empty())
-        return conclude(here, walk_events(here, key, event_visitor{asked}), end);
+        return conclude(here, walk_events(here, key, event_visitor{ask_wanted}), end);
     step answer = step::next;
-    for (std::size_t at = 0; at < kept.known.size() && answer == step::next; ++at)
-        if (sought.may_be_in(kept.events[at]))
-            answer = asked(kept.known[at], *kept.record[at]);
+    for (std::size_t at = kept_with(sought, kept, 0);
+         at < kept.known.size() && answer == step::next; at = kept_with(sought, kept, at + 1)) {
+        if (!wanted(kept.known[at]))
+            continue;
+        fetch(*kept.record[at]);
+        if (at + 1 < kept.known.size() && sought.may_be_in(kept.events[at + 1]))
+            fetch(*kept.record[at + 1]);
+        answer = ask_section(*kept.record[at]);
+    }
     return conclude(here, answer, end);
 }
 
