@@ -18,7 +18,8 @@ endif()
 
 # libucsi stores through pointers of other types, also in functions that are compiled into our own sources.
 set(orva_compile_options
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2
+    $<$<BOOL:${ORVA_WARNINGS_AS_ERRORS}>:-Werror>
     -fno-strict-aliasing
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
 )

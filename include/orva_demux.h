@@ -75,7 +75,8 @@ typedef enum OrvaDemuxState {
 typedef struct OrvaDemuxStatus {
     OrvaDemuxState state; /**< what it is doing */
     OrvaDemuxError error; /**< ORVA_DEMUX_OK unless reading failed or ended early */
-    uint8_t idle; /**< 1 in the carousel when every loaded filter was given all that it matches */
+    uint8_t idle; /**< 1 in the carousel when every loaded filter was given all that it matches; in
+                     a scan: filters that rotate, as those of a channel do, are seldom all idle */
     uint32_t packet_size;      /**< 188, 192 or 204 bytes; 0 while synchronisation was not found */
     uint64_t input_bytes;      /**< size of a file; 0 for a pipe */
     uint64_t bytes;            /**< bytes read */
