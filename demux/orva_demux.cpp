@@ -19,6 +19,7 @@
 #include "orva_demux_delivery.h"
 #include "orva_demux_input.h"
 #include "orva_demux_pacing.h"
+#include "orva_demux_reread.h"
 #include "orva_si/result.h"
 #include "orva_ts_packets.h"
 #include "orva_ts_sections.h"
@@ -88,20 +89,24 @@ void take_section(OrvaDemux &demux, std::uint16_t pid, si::bytes section)
 {
     if (pid == eit_pid && is_long_section(section))
         note_eit_service(demux, section);
-    offer(pid, section, keep(demux.kept, pid, section));
+    offer(pid, section, keep(demux.kept, pid, section, demux.assembler.place));
 }
 
 // Takes the packets of what was read so far.
 void take_window(OrvaDemux &demux)
 {
-    const std::size_t done =
-        take_packets(demux.sync, window(demux.in), demux.in.ended, [&](packet p) {
-            if (demux.realtime)
-                if (const auto due = due_time(demux.pace, p, steady::now()))
-                    wait_until(*due);
-            take_packet(demux.assembler, p);
-            return !stopped();
-        });
+    const si::bytes shown = window(demux.in);
+    const std::uint64_t position = window_position(demux.in);
+    const std::size_t done = take_packets(demux.sync, shown, demux.in.ended, [&](packet p) {
+        if (demux.realtime)
+            if (const auto due = due_time(demux.pace, p, steady::now()))
+                wait_until(*due);
+        if (!can_matter(demux.assembler, p))
+            return true;
+        demux.assembler.position = position + static_cast<std::uint64_t>(p.data() - shown.data());
+        take_packet(demux.assembler, p);
+        return !stopped();
+    });
     consume(demux.in, done);
 }
 
@@ -143,8 +148,10 @@ void read_and_serve(OrvaDemux &demux)
     close_carousel(demux.kept);
     const bool failed = demux.error != ORVA_DEMUX_OK && demux.sync.period == 0;
     demux.state = failed ? ORVA_DEMUX_FAILED : ORVA_DEMUX_CAROUSEL;
-    if (!failed)
-        serve(demux.kept);
+    if (failed)
+        return;
+    packet_reader again{demux.in, demux.sync.period};
+    serve(demux.kept, again);
 }
 
 void run(OrvaDemux &demux)
@@ -165,6 +172,7 @@ OrvaDemuxError start(std::unique_ptr<OrvaDemux> &demux, const char *name,
         demux = std::make_unique<OrvaDemux>(options);
         if (const OrvaDemuxError error = open_input(demux->in, name); error != ORVA_DEMUX_OK)
             return error;
+        demux->kept.rereads = demux->in.regular;
         demux->thread = std::thread{run, std::ref(*demux)};
         return ORVA_DEMUX_OK;
     } catch (const std::bad_alloc &) {

@@ -9,8 +9,13 @@
 namespace si::demux {
 namespace {
 
-constexpr std::size_t section_overhead = 64; // of one kept section, its heap block included
+constexpr std::size_t section_overhead = 80; // of one kept section, its heap block included
 constexpr std::size_t table_overhead = 320;
+// From so many bytes on sections of a file are read again where their packets stand no further
+// apart: one that is spread over much of the file would take too long.
+constexpr std::size_t most_in_memory = std::size_t{8} << 20;
+constexpr std::uint64_t longest_span = 65536;
+
 constexpr std::size_t long_header_bytes = 8;
 constexpr std::size_t eit_header_bytes = 14; // up to last_table_id
 constexpr std::size_t segment_last_byte = 12;
@@ -87,7 +92,7 @@ bool schedule_is_complete(const table_version &of)
     for (const kept_section &section : of.sections) {
         there[section.section_number] = true;
         last_of_segment[section.section_number / segment_sections] =
-            section.all()[segment_last_byte];
+            section.start[segment_last_byte];
     }
     for (std::size_t segment = 0; segment <= of.id.last_section_number / segment_sections;
          ++segment) {
@@ -109,38 +114,70 @@ bool is_complete(const sub_table_key &key, const table_version &of)
     return of.sections.size() == std::size_t{of.id.last_section_number} + 1;
 }
 
+std::size_t memory_of(const kept_section &section)
+{
+    return section.all().size() + section_overhead;
+}
+
 void forget(carousel &in, std::optional<table_version> &version)
 {
     if (version)
         for (const kept_section &section : version->sections)
-            in.used -= section.size + section_overhead;
+            in.used -= memory_of(section);
     version.reset();
 }
 
-void fill(kept_section &kept, bytes section)
+bool can_be_read_again(const carousel &in, bytes section, section_place place)
+{
+    return in.rereads && in.used >= most_in_memory && is_long_section(section) &&
+           place.end > place.first && place.end - place.first <= longest_span;
+}
+
+void fill(carousel &in, kept_section &kept, bytes section, section_place place)
 {
     kept.size = static_cast<std::uint16_t>(section.size());
-    kept.data = std::make_unique_for_overwrite<std::uint8_t[]>(section.size());
-    std::ranges::copy(section, kept.data.get());
+    kept.crc = crc_field(section.data());
+    std::ranges::copy(section.first(std::min(section.size(), kept.start.size())),
+                      kept.start.begin());
+    kept.data.reset();
+    if (can_be_read_again(in, section, place)) {
+        kept.first = place.first;
+        kept.span = static_cast<std::uint32_t>(place.end - place.first);
+    } else {
+        kept.data = std::make_unique_for_overwrite<std::uint8_t[]>(section.size());
+        std::ranges::copy(section, kept.data.get());
+    }
+    in.used += memory_of(kept);
+}
+
+// Where only the head is there, the CRC_32 speaks for the rest.
+bool is_unchanged(const kept_section &kept, bytes section)
+{
+    if (kept.data != nullptr)
+        return std::ranges::equal(kept.all(), section);
+    return kept.size == section.size() && kept.crc == crc_field(section.data()) &&
+           std::ranges::equal(kept.head(), section.first(kept.head().size()));
 }
 
 // Puts a section into its version. A changed content takes the place of the former.
-std::uint64_t put(carousel &in, table_version &to, std::uint8_t section_number, bytes section)
+std::uint64_t put(carousel &in, table_version &to, std::uint8_t section_number, bytes section,
+                  section_place place)
 {
     const auto at =
         std::ranges::lower_bound(to.sections, section_number, {}, &kept_section::section_number);
     if (at == to.sections.end() || at->section_number != section_number) {
-        kept_section kept{
-            .content = ++in.contents, .section_number = section_number, .size = 0, .data = nullptr};
-        fill(kept, section);
-        in.used += section.size() + section_overhead;
+        kept_section kept{.content = ++in.contents,
+                          .size = 0,
+                          .section_number = section_number,
+                          .start{},
+                          .data{}};
+        fill(in, kept, section, place);
         to.sections.insert(at, std::move(kept));
         return in.contents;
     }
-    if (!std::ranges::equal(at->all(), section)) {
-        in.used += section.size();
-        in.used -= at->size;
-        fill(*at, section);
+    if (!is_unchanged(*at, section)) {
+        in.used -= memory_of(*at);
+        fill(in, *at, section, place);
         at->content = ++in.contents;
     }
     return at->content;
@@ -203,7 +240,7 @@ std::size_t key_hash::operator()(const sub_table_key &key) const
     return static_cast<std::size_t>(mixed * 0xD6E8FEB86659FD93u >> 16);
 }
 
-std::uint64_t keep(carousel &in, std::uint16_t pid, bytes section)
+std::uint64_t keep(carousel &in, std::uint16_t pid, bytes section, section_place place)
 {
     const version_id id = version_id_of(section);
     const std::uint8_t section_number = is_long_section(section) ? section[6] : std::uint8_t{0};
@@ -221,7 +258,8 @@ std::uint64_t keep(carousel &in, std::uint16_t pid, bytes section)
         in.used += table_overhead;
     }
     const std::uint64_t former = in.contents;
-    const std::uint64_t content = put(in, version_for(in, table, id), section_number, section);
+    const std::uint64_t content =
+        put(in, version_for(in, table, id), section_number, section, place);
     if (in.contents != former) // a repetition completes nothing
         settle(in, table);
     return content;

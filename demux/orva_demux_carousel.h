@@ -4,6 +4,7 @@
 #ifndef DEMUX_ORVA_DEMUX_CAROUSEL_H
 #define DEMUX_ORVA_DEMUX_CAROUSEL_H
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -11,17 +12,26 @@
 #include <vector>
 
 #include "orva_si_bytes.h"
+#include "orva_ts_sections.h"
 
 namespace si::demux {
+
+// What filters look at; the rest is read again from the input where memory has become scarce.
+inline constexpr std::size_t kept_head_bytes = 20;
 
 // One content of one section. Every content has a number of its own, for the life of the carousel.
 struct kept_section {
     std::uint64_t content;
-    std::uint8_t section_number;
+    std::uint64_t first = 0; // position of its packets in the input, unless it has data
+    std::uint32_t span = 0;  // bytes that they take there
+    std::uint32_t crc = 0;   // its CRC_32 field
     std::uint16_t size;
-    std::unique_ptr<std::uint8_t[]> data;
+    std::uint8_t section_number;
+    std::array<std::uint8_t, kept_head_bytes> start; // its first bytes
+    std::unique_ptr<std::uint8_t[]> data;            // null: to be read again
 
-    bytes all() const { return {data.get(), size}; }
+    bytes head() const { return bytes{start}.first(std::min<std::size_t>(size, start.size())); }
+    bytes all() const { return {data.get(), data != nullptr ? size : std::size_t{0}}; }
 };
 
 // What sections must agree in to belong together.
@@ -71,6 +81,7 @@ struct carousel {
     explicit carousel(std::size_t bytes) : limit{bytes} {}
 
     std::size_t limit;
+    bool rereads = false; // the input is a file: sections can be read again
     std::size_t used = 0;
     std::uint64_t evicted = 0; // sub-tables; relaxed
     std::uint64_t contents = 0;
@@ -82,7 +93,7 @@ struct carousel {
 
 // Keeps a section and answers the number of its content: that of its last appearance while it is
 // unchanged. 0: not kept.
-std::uint64_t keep(carousel &in, std::uint16_t pid, bytes section);
+std::uint64_t keep(carousel &in, std::uint16_t pid, bytes section, section_place place = {});
 
 // Nothing more comes: sorts the sub-tables of every PID for those that are served.
 void close_carousel(carousel &of);

@@ -19,6 +19,7 @@
 
 #include "orva_demux_carousel.h"
 #include "orva_demux_input.h"
+#include "orva_demux_reread.h"
 #include "orva_si/filter.h"
 #include "orva_ts_sections.h"
 
@@ -154,8 +155,9 @@ void flush_batches(bool all = false);
 steady::time_point next_batch_due();
 // Lets those who wait for the lock take it first.
 void let_others_pass();
-// Serves the filters from a closed carousel until stopped.
-void serve(carousel &from);
+// Serves the filters from a closed carousel until stopped. again: for sections that it does not
+// have in memory.
+void serve(carousel &from, packet_reader &again);
 
 // ---- Steps of the delivery; the lock is held. give and flush_batch release it while the callback
 // runs: what is known of any filter may be out of date behind them.

@@ -19,6 +19,10 @@ namespace {
 
 constexpr std::size_t buffer_bytes = probe_bytes + 4 * sync_lookahead;
 
+// What is read at once: it goes through the front of the buffer again and again, which stays in the
+// cache. A mapped file would save the copy, but end the process when it is cut while it is read.
+constexpr std::size_t chunk_bytes = std::size_t{256} << 10;
+
 bool is_url(std::string_view name)
 {
     return name.find("://") != std::string_view::npos;
@@ -37,10 +41,13 @@ int open_descriptor(std::string_view name)
     return fd;
 }
 
-std::uint64_t size_from_here(int fd, const struct stat &about)
+void note_size(input &in, const struct stat &about)
 {
-    const off_t here = lseek(fd, 0, SEEK_CUR);
-    return here >= 0 && here < about.st_size ? static_cast<std::uint64_t>(about.st_size - here) : 0;
+    const off_t here = lseek(in.fd, 0, SEEK_CUR);
+    if (here < 0)
+        return;
+    in.start = static_cast<std::uint64_t>(here);
+    in.size = here < about.st_size ? static_cast<std::uint64_t>(about.st_size - here) : 0;
 }
 
 OrvaDemuxError probe(input &in)
@@ -109,7 +116,7 @@ OrvaDemuxError open_input(input &in, const char *name)
     in.regular = S_ISREG(about.st_mode);
     if (!in.regular)
         return ORVA_DEMUX_OK;
-    in.size = size_from_here(in.fd, about);
+    note_size(in, about);
     static_cast<void>(posix_fadvise(in.fd, 0, 0, POSIX_FADV_SEQUENTIAL));
     return probe(in);
 }
@@ -122,7 +129,8 @@ read_result read_more(input &in, steady::time_point until)
         if (const read_result waited = wait_for_bytes(in, until); waited != read_result::data)
             return waited;
     make_room(in);
-    const ssize_t count = read(in.fd, in.buffer.data() + in.end, in.buffer.size() - in.end);
+    const ssize_t count =
+        read(in.fd, in.buffer.data() + in.end, std::min(in.buffer.size() - in.end, chunk_bytes));
     if (count < 0)
         return errno == EINTR || errno == EAGAIN ? read_result::timeout : read_result::failed;
     in.ended = count == 0;

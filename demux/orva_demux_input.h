@@ -22,8 +22,9 @@ struct input {
     int wake[2] = {-1, -1}; // a pipe of our own: readable once reading is to stop
     bool regular = false;   // a file: knows its size, never makes its reader wait
     bool ended = false;
-    std::uint64_t size = 0; // of a file from where reading began; 0: not known
-    std::uint64_t read = 0; // bytes so far; relaxed
+    std::uint64_t start = 0; // offset in a file at which reading began
+    std::uint64_t size = 0;  // of a file from there; 0: not known
+    std::uint64_t read = 0;  // bytes so far; relaxed
     std::vector<std::uint8_t> buffer;
     std::size_t begin = 0; // what is read and not consumed
     std::size_t end = 0;
@@ -45,6 +46,12 @@ read_result read_more(input &in, steady::time_point until);
 
 // Makes read_more return, now and from now on. Any thread.
 void wake_input(input &in);
+
+// How far behind the start of reading the window begins.
+inline std::uint64_t window_position(const input &in)
+{
+    return in.read - (in.end - in.begin);
+}
 
 inline bytes window(const input &in)
 {

@@ -44,7 +44,7 @@ const kept_section *next_section(section_filter &filter, sub_table &table, unsig
     const std::vector<kept_section> &sections = table.served().sections;
     for (; run.visited < sections.size() && budget != 0; --budget) {
         const kept_section &section = sections[(run.first + run.visited++) % sections.size()];
-        if (!passes(filter.setting, section.all()) || still_queued(filter, section.content) ||
+        if (!passes(filter.setting, section.head()) || still_queued(filter, section.content) ||
             was_given(filter.times, section.content))
             continue;
         table.cursor = static_cast<std::uint16_t>(section.section_number + 1);
@@ -99,9 +99,27 @@ void end_run(held_lock &held, std::uint32_t id, steady::time_point now)
         flush_batch(held, id);
 }
 
+// A section that is not in memory is read without the lock. A filter that was changed meanwhile is
+// not given it: it was found for the former setting.
+void give_kept(held_lock &held, std::uint32_t id, const kept_section &section, packet_reader &again)
+{
+    const section_filter &filter = the_delivery().filters[id];
+    if (section.data != nullptr) {
+        give(held, id, section.all(), section.content);
+        return;
+    }
+    const std::uint16_t pid = filter.setting.pid;
+    const steady::time_point since = filter.effective;
+    held.unlock();
+    const bytes read = fetch(again, pid, section);
+    held.lock();
+    if (!read.empty() && is_armed(filter) && filter.effective == since)
+        give(held, id, read, section.content);
+}
+
 // One step for the first filter that is due, beginning with a given one; answers which, or none.
-std::optional<std::uint32_t> serve_one(held_lock &held, const carousel &from, std::uint32_t first,
-                                       steady::time_point now)
+std::optional<std::uint32_t> serve_one(held_lock &held, const carousel &from, packet_reader &again,
+                                       std::uint32_t first, steady::time_point now)
 {
     delivery &state = the_delivery();
     for (std::uint32_t i = 0; i < state.used_ids; ++i) {
@@ -112,7 +130,7 @@ std::optional<std::uint32_t> serve_one(held_lock &held, const carousel &from, st
         if (!filter.run.active)
             begin_run(filter.run, now);
         if (const kept_section *section = advance(filter, from))
-            give(held, id, section->all(), section->content);
+            give_kept(held, id, *section, again);
         else if (filter.run.table >= tables_of(from, filter.setting.pid).size())
             end_run(held, id, now);
         return id;
@@ -136,7 +154,7 @@ steady::time_point next_due(const delivery &of)
 
 } // namespace
 
-void serve(carousel &from)
+void serve(carousel &from, packet_reader &again)
 {
     delivery &state = the_delivery();
     std::uint32_t turn = 0;
@@ -148,7 +166,7 @@ void serve(carousel &from)
             flush_batch(held, *id);
             continue;
         }
-        if (const auto id = serve_one(held, from, turn, now)) {
+        if (const auto id = serve_one(held, from, again, turn, now)) {
             turn = *id + 1;
             continue;
         }

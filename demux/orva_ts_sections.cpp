@@ -76,13 +76,14 @@ void cut(section_assembler &to, section_pid &state)
     state.filled = 0;
 }
 
-void finish(section_assembler &to, std::uint16_t pid, bytes section)
+void finish(section_assembler &to, std::uint16_t pid, bytes section, std::uint64_t begun_at)
 {
     if (has_crc(section) && crc32_mpeg(section) != 0) {
         bump(to.counters.crc_errors);
         return;
     }
     bump(to.counters.sections);
+    to.place = {begun_at, to.position + packet_bytes};
     to.taker(pid, section);
 }
 
@@ -111,7 +112,7 @@ void append(section_assembler &to, std::uint16_t pid, section_pid &state, bytes 
     if (!fill(state, more, size))
         return;
     state.filled = 0;
-    finish(to, pid, section.first(size));
+    finish(to, pid, section.first(size), state.begun_at);
 }
 
 // The sections that begin in a packet, one behind the other until stuffing or the end; the last may
@@ -126,10 +127,11 @@ void begin(section_assembler &to, std::uint16_t pid, section_pid &state, bytes r
         }
         const std::size_t size = whole_head ? section_size(rest.data()) : section_header_bytes;
         if (!whole_head || rest.size() < size) {
+            state.begun_at = to.position;
             fill(state, rest, rest.size());
             return;
         }
-        finish(to, pid, rest.first(size));
+        finish(to, pid, rest.first(size), to.position);
         rest = rest.subspan(size);
     }
 }

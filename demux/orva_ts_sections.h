@@ -40,11 +40,19 @@ constexpr bool is_long_section(bytes section)
 // What a PID carries. Payload units tell: one that begins as a PES packet is no section.
 enum class pid_content : std::uint8_t { unknown, sections, pes };
 
+// Where the packets of a section stand in the input: from the first byte of the first one to behind
+// the last one.
+struct section_place {
+    std::uint64_t first = 0;
+    std::uint64_t end = 0;
+};
+
 // A PID that carries sections. The buffer is not cleared: its fill tells what counts.
 struct section_pid {
     std::uint8_t continuity = 0xFF; // of the last packet; 0xFF: any may follow
     bool repeated = false;          // its one legal duplicate has come
     std::uint16_t filled = 0;       // bytes of the section in progress; 0: none
+    std::uint64_t begun_at = 0;     // position of the packet in which it begins
     std::array<std::uint8_t, largest_section> section;
 };
 
@@ -57,11 +65,22 @@ struct section_assembler {
 
     section_taker taker;
     section_counters counters;
+    std::uint64_t position = 0; // in the input of the packet that is taken; by who hands it in
+    section_place place;        // of the section that the taker is shown
     std::array<pid_content, pid_total> content{};
     std::array<std::unique_ptr<section_pid>, pid_total> pids;
 };
 
 void take_packet(section_assembler &to, packet from);
+
+// Whether a packet can make any difference, from its header alone: most packets of a multiplex
+// cannot.
+inline bool can_matter(const section_assembler &to, packet p)
+{
+    constexpr unsigned error_or_start = 0xC0;
+    const std::size_t pid = static_cast<std::size_t>((p[1] & 0x1F) << 8 | p[2]);
+    return (p[1] & error_or_start) != 0 || to.content[pid] == pid_content::sections;
+}
 
 // The stream has ended: what is still in progress was cut.
 void end_of_packets(section_assembler &assembler);
