@@ -275,10 +275,11 @@ TEST_F(ClientEdits, TheMarksAreThoseOfTheSectionsHeld)
     deliver(schedule(8, 0x10, 1, 77)); // in place of the one before
     EXPECT_TRUE(is_marked(marks(1), 77));
     EXPECT_FALSE(is_marked(marks(1), 11));
-    taken_out(list(), 0);
+    SiEitSection *gone = taken_out(list(), 0);
     deliver(schedule(0, 0x10, 1, 78)); // what was kept no longer fits
     EXPECT_TRUE(is_marked(marks(0), 77));
     EXPECT_TRUE(is_marked(marks(2), 78));
+    si_list_add(list(), gone, -1); // so that it is freed with the others
 }
 
 // ---- The summary's own memory
