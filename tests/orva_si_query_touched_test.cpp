@@ -141,19 +141,24 @@ TEST_F(Touched, MoreTablesThanTheStoreHoldsAreWalked)
     EXPECT_LE(compared, 4U);
 }
 
+void renew_store()
+{
+    Orva_Si_DestorySectModel();
+    si_list_uninit(Orva_Si_GetDvbEitList()); // which is made anew too
+    test::init_store();
+}
+
 // A new list may lie where the old one lay, and have seen as many changes.
 TEST_F(Touched, TablesOfAStoreThatIsGoneAreForgotten)
 {
     for (int round = 0; round < 20; ++round) {
         store_pmt(1, 0x100);
         EXPECT_EQ(video_of(1), ORVA_SI_OK);
-        Orva_Si_DestorySectModel();
-        test::init_store();
+        renew_store();
         store_pmt(2, 0x100);
         EXPECT_EQ(video_of(1), ORVA_SI_FAILURE);
         EXPECT_EQ(video_of(2), ORVA_SI_OK);
-        Orva_Si_DestorySectModel();
-        test::init_store();
+        renew_store();
     }
 }
 
