@@ -130,7 +130,7 @@ static bool show_present_event(uint16_t program)
         }
     }
     uint32_t language = 0;
-    uint32_t count = 1; /* the first will do: ORVA_SI_ARRAY_FULL only means that there are more */
+    uint32_t count = 1; /* the first will do; the library logs that there are more */
     SiDvbString name;
     Orva_Si_GetEvtNameLangList(onid, ts, program, present, &language, &count, 1);
     if (count == 0 ||

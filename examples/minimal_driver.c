@@ -87,7 +87,14 @@ static void make_broadcast(void)
 
 /* ---- The driver */
 
-enum { FILTERS = 31, LONGEST_LIST = 200, ROUND_MS = 10, DRIVER_OK = 0, DRIVER_REFUSES = 1 };
+enum {
+    FILTERS = 31,
+    LONGEST_LIST = 200,
+    ROUND_MS = 10,
+    MOST_PENDING = 64,
+    DRIVER_OK = 0,
+    DRIVER_REFUSES = 1
+};
 
 struct filter {
     bool used;
@@ -198,14 +205,17 @@ static bool is_stopped(void)
     return stopped;
 }
 
-/* Hardware has the pace of the broadcast. Memory has none: without the pause the library's queue
- * would fill up, and drop. */
+/* Hardware has the pace of the broadcast. Memory has none: it waits for room before it looks for
+ * sections of a filter, or the library's queue would fill up, and drop. */
 static void *deliver(void *unused)
 {
     const struct timespec pause = {.tv_nsec = ROUND_MS * 1000000L};
     while (!is_stopped()) {
-        for (unsigned i = 0; i < FILTERS; ++i)
+        for (unsigned i = 0; i < FILTERS; ++i) {
+            while (!is_stopped() && Si_SectFlt_GetPendingCount() >= MOST_PENDING)
+                nanosleep(&pause, NULL);
             serve(&driver.filters[i]);
+        }
         nanosleep(&pause, NULL);
     }
     return unused;
@@ -217,7 +227,7 @@ static void silence(struct filter *f)
 {
     f->running = false;
     ++f->turn;
-    while (driver.called_back == f && !pthread_equal(pthread_self(), driver.thread))
+    while (driver.called_back == f)
         pthread_cond_wait(&driver.callback_ended, &driver.lock);
 }
 

@@ -36,7 +36,7 @@ extern "C" {
 
 /** Levels of a log line. A line is written when __orva_debug_min is at least its level. */
 enum orva_debug_level {
-    ORVA_DEBUG_FATAL = 1,  /**< the library cannot go on */
+    ORVA_DEBUG_FATAL = 1,  /**< the library, or a call, cannot go on */
     ORVA_DEBUG_ERROR = 2,  /**< a call, a driver or a broadcast failed */
     ORVA_DEBUG_NOTICE = 3, /**< what a developer of the client looks for first */
     ORVA_DEBUG_TRACE = 4,  /**< decisions on the way */

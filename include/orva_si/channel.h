@@ -36,8 +36,8 @@ typedef struct SiTuneParam {
 
 /** How the next scan works. Cleared at the end of each scan. */
 typedef struct SiScanParam {
-    /** Extra settling time once the NIT was met, in units of about 1 ms; in network mode the
-     * completion time instead, in units of about 5 ms. */
+    /** Extra time for other tables, spent whole when not 0, after the NIT was met or waited for: in
+     * units of about 1 ms. In network mode the completion time instead, in units of about 5 ms. */
     uint16_t wait_time;
     uint16_t network_id;   /**< the network whose NIT is filtered in network mode */
     uint32_t network_mode; /**< not 0: only the NIT is filtered */
@@ -182,10 +182,11 @@ ORVA_SI_API uint32_t Orva_Si_StartActualPFEIT(uint32_t id1, uint32_t id2, uint32
 ORVA_SI_API uint32_t Orva_Si_StartCurrentPFEIT(uint32_t id1, uint32_t id2, uint32_t service_id);
 
 /**
- * Asks for the schedule of services of the tuned multiplex.
+ * Asks for the schedule of services of the tuned multiplex: of those in the list and no other.
  *
- * @param id3    service_id of the current service, not 0xFFFF
- * @param list   service_ids; 0xFFFF is passed over
+ * @param id3    any service_id but 0xFFFF. It is only checked: unlike cur_sid of
+ *               Orva_Si_StartActualPFEIT, its schedule comes only when it is in the list too
+ * @param list   service_ids; 0xFFFF is passed over: alone it asks for nothing, and is ORVA_SI_OK
  * @param count  1 to 255
  * @return ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT; ORVA_SI_INVALID_ARGUMENT for a count or id3 out of
  * range; ORVA_SI_FAILURE when memory is exhausted

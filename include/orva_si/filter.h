@@ -524,8 +524,9 @@ ORVA_SI_API uint32_t Si_SectFlt_PmtBgService(void);
 
 /**
  * @name DSM-CC
- * The filters pass table_id 0x38 to 0x3F (ISO/IEC 13818-6). Of sections with 0x3B, 0x3C and 0x3D the
- * client is told through SI_REASON_DSMCC, with each one that arrives; others are kept as tables.
+ * The filters pass table_id 0x38 to 0x3F (ISO/IEC 13818-6). Of sections with 0x3B, 0x3C and 0x3D
+ * the client is told through SI_REASON_DSMCC, with each one that arrives; others are kept as
+ * tables.
  * @{
  */
 

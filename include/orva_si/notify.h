@@ -23,7 +23,7 @@ extern "C" {
 /** What happened: the first argument of the client's callback. */
 enum si_reason {
     SI_REASON_OTHER_TABLE = 0,           /**< table without a reason; data: table_id_extension */
-    SI_REASON_TIME_FROM_TDT = 3,         /**< new second from a TDT; flag 1, value: the time */
+    SI_REASON_TIME_FROM_TDT = 3,         /**< each TDT; flag 1, value: its time */
     SI_REASON_NIT = 5,                   /**< NIT; data: network_id */
     SI_REASON_PAT = 6,                   /**< PAT; data: the frequency of the channel */
     SI_REASON_SDT = 7,                   /**< SDT, also other; data: transport_stream_id */
@@ -32,7 +32,7 @@ enum si_reason {
     SI_REASON_EIT_SCHEDULE_CHANGED = 10, /**< schedule section with new content; data: as 9 */
     SI_REASON_EIT_SCHEDULE_NEW = 11,     /**< schedule section got for the first time; as 9 */
     SI_REASON_DSMCC = 12,                /**< section; data: address of a SiDsmccNotify */
-    SI_REASON_TIME_FROM_TOT = 16,        /**< new second from a TOT; as 3 */
+    SI_REASON_TIME_FROM_TOT = 16,        /**< each TOT; as 3 */
     SI_REASON_BAT = 17,                  /**< BAT; data: bouquet_id */
     SI_REASON_CAT = 20                   /**< CAT; data: table_id_extension */
 };

@@ -12,7 +12,8 @@
  * Of each identifier the low 16 bits count.
  * - `nid`: network_id, selects the NIT actual or other of that network; 0xFFFF selects every NIT
  * - `ts`: transport_stream_id, compared exactly with those of the table's transport stream loop
- * - `onid`: original_network_id of that entry of the loop, compared exactly
+ * - `onid`: original_network_id of that entry of the loop, compared exactly: 0xFFFF is no wildcard.
+ * For a transport stream with an SDT Orva_Si_GetOnitId tells it; else it is in the raw NIT only
  * - `pdsd`: private_data_specifier under which the descriptor must stand, 32 bits
  * - `pnetworkid`, `ser_id`: receive the 16-bit identifier
  * - `pnetworkname`: receives the name in its broadcast character table
@@ -225,7 +226,8 @@ ORVA_SI_API uint32_t Orva_Si_GetCableDeliveryList(uint32_t nid, SiCableDelivery 
 ORVA_SI_API uint32_t Orva_Si_GetCableDeliveryDescriptor(uint32_t nid, uint32_t ts,
                                                         SiCableDelivery *cabledelivery);
 
-/** As Orva_Si_GetSatelliteDeliveryList, for terrestrial transmission (DVB-T, not T2). */
+/** As Orva_Si_GetSatelliteDeliveryList, for terrestrial transmission (DVB-T). The delivery of
+ * DVB-T2, S2X and C2 (descriptors with tag 0x7F) has no question: it is in the raw NIT. */
 ORVA_SI_API uint32_t Orva_Si_GetTerrDeliveryList(uint32_t nid, SiTerrDelivery *terrdelivery_list,
                                                  uint32_t *pcount);
 

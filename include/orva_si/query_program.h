@@ -163,7 +163,8 @@ ORVA_SI_API uint32_t Orva_Si_GetVideoPID(uint32_t program_number, uint16_t *pid)
  * layer 2 audio (stream_content 2, component_type 1 to 5).
  *
  * Room is checked before each stream: with a full array a further stream of any kind is
- * ORVA_SI_ARRAY_FULL. The element behind the last result may have been written.
+ * ORVA_SI_ARRAY_FULL. Within the capacity the element behind the last result may have been
+ * written.
  *
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_NULL_ARGUMENT
  */

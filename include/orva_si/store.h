@@ -390,8 +390,8 @@ ORVA_SI_API uint32_t Si_Model_ResetCurTuningProgramNum(void);
  */
 ORVA_SI_API uint32_t Si_Model_UpdateCurPmtInfo(void);
 
-/** Tells the PID of a program's PMT. @return it; SI_ANY_PID for program 0 or one that the PAT does
- * not list */
+/** Tells the PID of a program's PMT, as the PAT lists it. Lock held. @return it; SI_ANY_PID for
+ * program 0 or one that the PAT does not list */
 ORVA_SI_API uint32_t Si_Model_GetPmtPid(uint16_t prog_num);
 
 /** As Si_Model_GetPmtPid. */
@@ -415,9 +415,9 @@ ORVA_SI_API uint32_t Orva_Si_DoAllPmtReady(void);
  * Lists the program numbers of the PAT in its order. Takes Ts_Ctl_Mutex.
  *
  * @param proglist  array to fill
- * @param pcount    capacity on entry, number written on return
- * @return ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT; ORVA_SI_ARRAY_FULL when there are more; SI_NO_DATA
- * when none was written, also for a capacity of 0
+ * @param pcount    capacity on entry, number written on return; signed, unlike all other counts
+ * @return ORVA_SI_OK; ORVA_SI_NULL_ARGUMENT; ORVA_SI_ARRAY_FULL when there are more;
+ * ORVA_SI_NO_DATA when none was written, also for a capacity of 0
  */
 ORVA_SI_API uint32_t Orva_Si_GetPatProgList(uint16_t *proglist, int32_t *pcount);
 
