@@ -200,7 +200,7 @@ void receive_all(site here, std::uint32_t filter_id, std::uint16_t pid,
     const auto memory = std::span{spares}.first(sections.size());
     std::ranges::transform(sections, memory.begin(), [](const SiDmxSection &section) {
         const bool is_whole = is_present(section) && has_length(section);
-        return section_memory{is_whole ? total_length(section) : std::size_t{0}};
+        return section_memory{is_whole ? static_cast<std::size_t>(total_length(section)) : 0};
     });
     draw_spares(memory);
     std::array<SiSection *, longest_batch> nodes;

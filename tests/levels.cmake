@@ -3,8 +3,6 @@
 # what becomes of that is up to the compiler and its level. Only the layer is compiled again, the tests and the rest of the
 # library are those of this build.
 set(levels gcc-O0 gcc-O3 clang-O0 clang-O2 clang-O3) # this build is gcc's -O2
-find_program(ORVA_CLANG clang++)
-mark_as_advanced(ORVA_CLANG)
 
 get_target_property(layer orva_si_objects SOURCES)
 list(FILTER layer INCLUDE REGEX "/dvbtables/")
