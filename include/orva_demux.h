@@ -79,7 +79,7 @@ typedef struct OrvaDemuxStatus {
                      a scan: filters that rotate, as those of a channel do, are seldom all idle */
     uint32_t packet_size;      /**< 188, 192 or 204 bytes; 0 while synchronisation was not found */
     uint64_t input_bytes;      /**< size of a file; 0 for a pipe */
-    uint64_t bytes;            /**< bytes read */
+    uint64_t bytes;            /**< bytes read, ahead of what is delivered */
     uint64_t packets;          /**< packets in synchronisation */
     uint64_t sync_losses;      /**< times that synchronisation was lost */
     uint64_t transport_errors; /**< packets dropped for transport_error_indicator */

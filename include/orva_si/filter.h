@@ -115,10 +115,10 @@ typedef struct SiDmxFilterParam {
  * logged and taken as a failure. demux is always 0, except in FreeSecData, which gets what the
  * driver gave its callback.
  *
- * DisableSecFilter and UpdateSecFilter are called with the library's locks held, also on its
- * section thread: they must not call a start or stop function, nor wait for the section thread.
- * They may wait for a callback that runs. Of a filter that was off, sections delivered before
- * UpdateSecFilter has returned are dropped.
+ * RemoveSecFilter, DisableSecFilter, AddSecFilter and UpdateSecFilter are called with the library's
+ * locks held, some also on its section thread: they must not call a start or stop function, nor
+ * wait for the section thread. They may wait for a callback that runs. Of a filter that was off,
+ * sections delivered before UpdateSecFilter has returned are dropped.
  */
 typedef struct SiDmxSectHandler {
     /** Initialises the demultiplexer. After a failure no filter is requested: the library starts,

@@ -73,8 +73,8 @@ typedef struct SiDsmccNotify {
  * @return ignored
  *
  * Called on the section thread with no lock of the library held; it must return promptly. It may
- * use the query functions, stop the channel and start or stop DSM-CC filters. Starting a channel
- * from inside always fails.
+ * use the query functions, stop the channel, and start or stop events, latches and DSM-CC filters.
+ * Starting a channel from inside always fails.
  */
 typedef uint32_t (*SiNotifyFunc)(uint32_t reason, uint32_t flag, SiWord data, uint32_t value);
 

@@ -245,8 +245,8 @@ ORVA_SI_API uint32_t Orva_Si_GetFrequencyListDescriptor(uint32_t nid, uint32_t t
 /**
  * @name Logical channel numbers and other private descriptors
  * @par Arguments
- * - `lcn_mode`: 0 takes the low 10 bits of a logical_channel_number, 1 the low 14; any other leaves
- * lcn unwritten
+ * - `lcn_mode`: 0 takes the low 10 bits of a logical_channel_number, as EACEM (specifier 0x28) and
+ * most others code it, 1 the low 14 of NorDig (specifier 0x29); any other leaves lcn unwritten
  * @{
  */
 

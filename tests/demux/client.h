@@ -148,11 +148,11 @@ inline SiDmxFilterParam in_batches(SiDmxFilterParam setting, std::uint32_t lengt
     return setting;
 }
 
-// Polls until something holds, for two seconds at most.
+// Polls until something holds, for twenty seconds at most: as long as a busy machine may take.
 template <class Condition>
 bool eventually(Condition holds)
 {
-    const steady::time_point end = steady::now() + 2s;
+    const steady::time_point end = steady::now() + 20s;
     while (!holds()) {
         if (steady::now() > end)
             return false;

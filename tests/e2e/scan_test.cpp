@@ -26,14 +26,12 @@ using testing::Not;
 
 // ---- what a scan prints
 
-TEST(SampleScan, IsCompleteAndFast)
+TEST(SampleScan, IsCompleteAndWaitsForNothingThatIsMissing)
 {
     const ended result = scan({"--json", sample()});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__clang__)
-    EXPECT_LT(result.took, 3s);
-#endif
+    EXPECT_LT(result.took, 10s); // what the wait for a table that is missing would take
     const json told = json::parse(result.out);
     EXPECT_EQ(told["schema"], "orva-si/1");
     EXPECT_EQ(told["input"], sample());
