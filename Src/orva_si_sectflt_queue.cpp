@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "orva_si_sectflt_queue.h"
 
-#include <sched.h>
-
 #include <algorithm>
 #include <atomic>
 #include <new>
@@ -62,17 +60,20 @@ struct spare_memory {
     std::size_t bytes = 0;
 };
 constinit spare_memory spares;
-constinit std::atomic<bool> spares_in_use{false};
+pthread_mutex_t spares_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 // The spares for a scope, or not: who finds another thread at them does without. Only who is to
-// empty them waits, for a moment.
+// empty them waits, for a moment, and asleep: it may have a higher priority than who is at them.
 class spares_claim {
 public:
-    spares_claim() : claimed{!spares_in_use.exchange(true, std::memory_order_acquire)} {}
+    explicit spares_claim(int (*take)(pthread_mutex_t *) = pthread_mutex_trylock)
+        : claimed{take(&spares_mutex) == 0}
+    {
+    }
     ~spares_claim()
     {
         if (claimed)
-            spares_in_use.store(false, std::memory_order_release);
+            pthread_mutex_unlock(&spares_mutex);
     }
     spares_claim(const spares_claim &) = delete;
     spares_claim &operator=(const spares_claim &) = delete;
@@ -251,6 +252,8 @@ void draw_spares(std::span<section_memory> wanted)
     if (!claim.claimed || spares.bytes == 0)
         return;
     for (section_memory &each : wanted) {
+        if (each.length == 0) // of a section that is not taken
+            continue;
         each.node = static_cast<SiSection *>(draw(0));
         each.copy = static_cast<std::uint8_t *>(draw(size_of(each.length)));
     }
@@ -261,13 +264,9 @@ void release_spares()
     if (!keeps_spares)
         return;
     spare_memory released;
-    for (bool done = false; !done;) {
-        const spares_claim claim;
-        done = claim.claimed;
-        if (done)
-            released = std::exchange(spares, spare_memory{});
-        else
-            sched_yield();
+    {
+        const spares_claim claim{pthread_mutex_lock};
+        released = std::exchange(spares, spare_memory{});
     }
     free_all(released);
 }

@@ -785,6 +785,26 @@ TEST_F(SectionThread, DropsWhatIsInFlightWhenAFilterStops)
     EXPECT_TRUE(fake::logged(3, "This filter has been closed, 67\n"));
 }
 
+TEST_F(SectionThread, BrokenSectionsOfABatchTakeNoSpareMemory)
+{
+#ifdef SI_ADDRESS_SANITIZER
+    GTEST_SKIP() << "the sanitizer is to see memory that was given back";
+#endif
+    const SiEitRequest *every_service = nullptr;
+    Si_SectFlt_StartOtherPfEit(every_service, 0);
+    const std::uint32_t eit_filter = driver.filter_id(5);
+    const std::vector<octets> good(5, section_of(0x4F));
+    start_thread();
+    driver.deliver_batch(eit_filter, good);
+    wait_until_idle();
+    const std::size_t before = fake::allocations();
+    driver.deliver_batch(eit_filter, std::vector<octets>(5, octets{0x4F, 0xB0, 0x00}));
+    driver.deliver_batch(eit_filter, good);
+    wait_until_idle();
+    EXPECT_EQ(fake::allocations(), before); // what the good ones left is all there
+    EXPECT_THAT(taken(), SizeIs(10));
+}
+
 TEST_F(SectionThread, UsesTheMemoryOfASectionForTheNextOfItsSize)
 {
 #ifdef SI_ADDRESS_SANITIZER
