@@ -66,7 +66,7 @@ foreach(source ${units})
     foreach(level ${levels})
         set(name ${stem}.${level})
         add_executable(${name} EXCLUDE_FROM_ALL $<TARGET_OBJECTS:${objects}> ${rest})
-        target_link_libraries(${name} PRIVATE orva_query_${level} orva_test_fakes orva_ucsi PkgConfig::GLIB Threads::Threads
+        target_link_libraries(${name} PRIVATE $<LINK_LIBRARY:WHOLE_ARCHIVE,orva_query_${level}> orva_test_fakes orva_ucsi PkgConfig::GLIB Threads::Threads
                               orva_test_runner)
         target_link_options(${name} PRIVATE -Wl,--wrap=g_slice_alloc)
         include(${CMAKE_CURRENT_SOURCE_DIR}/${stem}.cmake OPTIONAL)
