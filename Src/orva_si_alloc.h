@@ -11,14 +11,7 @@
 #include <cstring>
 #include <new>
 
-// Set in builds with the address sanitizer, whatever the compiler calls that.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SI_ADDRESS_SANITIZER
-#endif
-#elif defined(__SANITIZE_ADDRESS__)
-#define SI_ADDRESS_SANITIZER
-#endif
+#include "orva_si_sanitizer.h"
 
 namespace si {
 

@@ -22,15 +22,7 @@
 #include <type_traits>
 
 #include "orva_si_bytes.h"
-
-// Set in builds with the address sanitizer, whatever the compiler calls that.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SI_ADDRESS_SANITIZER
-#endif
-#elif defined(__SANITIZE_ADDRESS__)
-#define SI_ADDRESS_SANITIZER
-#endif
+#include "orva_si_sanitizer.h"
 
 namespace si {
 
