@@ -9,37 +9,17 @@ list(FILTER layer INCLUDE REGEX "/dvbtables/")
 orva_log_sources(${layer}) # properties of sources end with their folder
 set(rest $<FILTER:$<TARGET_OBJECTS:orva_si_objects>,EXCLUDE,/dvbtables/>)
 
-function(orva_gcc_layer target level)
-    add_library(${target} STATIC EXCLUDE_FROM_ALL ${layer})
-    orva_settings(${target})
-    target_compile_options(${target} PRIVATE -${level})
-    target_include_directories(${target} PRIVATE $<TARGET_PROPERTY:orva_si_objects,INTERFACE_INCLUDE_DIRECTORIES>)
-    target_link_libraries(${target} PRIVATE $<TARGET_PROPERTY:orva_si_objects,INTERFACE_LINK_LIBRARIES>)
-endfunction()
-
-# A build has one compiler for a language: this one is called by hand. Its warnings are for the presets of the sanitizers.
-function(orva_clang_layer target level)
-    set(folders "$<TARGET_PROPERTY:orva_si_objects,INCLUDE_DIRECTORIES>")
-    set(objects "")
-    foreach(source ${layer})
-        cmake_path(GET source STEM stem)
-        set(object ${CMAKE_CURRENT_BINARY_DIR}/${target}/${stem}.o)
-        get_property(definitions SOURCE ${source} PROPERTY COMPILE_DEFINITIONS)
-        list(GET definitions -1 definition)
-        add_custom_command(OUTPUT ${object} DEPENDS ${source} DEPFILE ${object}.d VERBATIM COMMAND_EXPAND_LISTS
-            COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_CURRENT_BINARY_DIR}/${target}
-            COMMAND ${CMAKE_CXX_COMPILER_LAUNCHER} ${ORVA_CLANG} -std=c++20 -${level} -g1 -fPIE -fvisibility=hidden
-                    -fno-strict-aliasing "-D${definition}" "-I$<JOIN:${folders},;-I>" -MD -MT ${object} -MF ${object}.d
-                    -c ${source} -o ${object})
-        list(APPEND objects ${object})
-    endforeach()
-    add_library(${target} STATIC EXCLUDE_FROM_ALL ${objects})
-    set_target_properties(${target} PROPERTIES LINKER_LANGUAGE CXX)
-endfunction()
-
 foreach(name ${levels})
     string(REGEX MATCH "^([a-z]+)-(.+)$" _ ${name})
-    cmake_language(CALL orva_${CMAKE_MATCH_1}_layer orva_query_${name} ${CMAKE_MATCH_2})
+    set(target orva_query_${name})
+    add_library(${target} STATIC EXCLUDE_FROM_ALL ${layer})
+    orva_settings(${target})
+    target_compile_options(${target} PRIVATE -${CMAKE_MATCH_2})
+    target_include_directories(${target} PRIVATE $<TARGET_PROPERTY:orva_si_objects,INTERFACE_INCLUDE_DIRECTORIES>)
+    target_link_libraries(${target} PRIVATE $<TARGET_PROPERTY:orva_si_objects,INTERFACE_LINK_LIBRARIES>)
+    if(CMAKE_MATCH_1 STREQUAL "clang")
+        set_target_properties(${target} PROPERTIES CXX_COMPILER_LAUNCHER "${orva_test_launcher}")
+    endif()
 endforeach()
 
 # Every value of every byte is tried at the level of this build.
