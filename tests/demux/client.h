@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -159,6 +160,20 @@ bool eventually(Condition holds)
         std::this_thread::sleep_for(1ms);
     }
     return true;
+}
+
+// What is done at once takes no longer on a busy machine; what waits for the test's next step never
+// ends.
+constexpr auto at_once = 5s;
+
+// The shortest of some times: a busy machine makes one of them long, a fault makes all of them so.
+template <class Measure>
+steady::duration shortest_of(unsigned times, Measure took)
+{
+    steady::duration shortest = took();
+    for (unsigned i = 1; i < times; ++i)
+        shortest = std::min<steady::duration>(shortest, took());
+    return shortest;
 }
 
 class DemuxClient : public testing::Test {

@@ -265,7 +265,7 @@ TEST_F(FirstPass, SlotsDoNotWaitForRoom)
     EXPECT_EQ(handler().DisableSecFilter(0, id), 0u);
     load(id, on_pid(0));
     EXPECT_EQ(handler().RemoveSecFilter(0, id), 0u);
-    EXPECT_LT(steady::now() - start, 200ms);
+    EXPECT_LT(steady::now() - start, at_once);
 }
 
 TEST_F(FirstPass, UnchangedSectionIsNotGivenAgainWhileItMayBeQueued)
@@ -329,11 +329,17 @@ TEST_F(Batches, AreDeliveredWhole)
 
 TEST_F(Batches, ShortOneGoesOutAtTheEndOfThePass)
 {
-    open(stream{}.sections(0, numbered_pats(7)));
-    arm(in_batches(on_pid(0), 200));
-    const auto start = steady::now();
-    ASSERT_TRUE(eventually([] { return count() >= 7; }));
-    EXPECT_LT(all()[6].when - start, 90ms);
+    const auto pass = [&] {
+        forget();
+        open(stream{}.sections(0, numbered_pats(7)));
+        const auto start = steady::now();
+        arm(in_batches(on_pid(0), 200));
+        EXPECT_TRUE(eventually([] { return count() >= 7; }));
+        const steady::duration took = all()[6].when - start;
+        close();
+        return took;
+    };
+    EXPECT_LT(shortest_of(5, pass), 90ms);
     EXPECT_EQ(all()[6].callback, 0u);
 }
 
@@ -349,7 +355,7 @@ TEST_F(Batches, ShortOneGoesOutAfter100Milliseconds)
     feed(ts.bytes);
     ASSERT_TRUE(eventually([] { return count() == 3; }));
     EXPECT_GE(all()[0].when - start, 95ms);
-    EXPECT_LT(all()[0].when - start, 1000ms);
+    EXPECT_LT(all()[0].when - start, at_once);
     EXPECT_EQ(all()[2].callback, 0u);
     EXPECT_EQ(status().state, ORVA_DEMUX_READING);
 }

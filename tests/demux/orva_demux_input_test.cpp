@@ -196,7 +196,7 @@ TEST_F(Input, SilentPipeIsClosedAtOnce)
     ASSERT_TRUE(reaches(ORVA_DEMUX_READING));
     const auto start = steady::now();
     close();
-    EXPECT_LT(steady::now() - start, 500ms);
+    EXPECT_LT(steady::now() - start, at_once);
 }
 
 TEST_F(Input, FaultsAreCounted)
@@ -282,13 +282,15 @@ TEST_F(Input, RealtimeFollowsThePcr)
         ts.packet(0x200, {}, {.adaptation = pcr(1000 + 50 * i), .payload = false});
         ts.section(0, make(pat{.ts = static_cast<std::uint16_t>(i)}));
     }
+    const steady::time_point before =
+        steady::now(); // what is delivered late, the first section also, is no fault
     open(file(ts.bytes), {.realtime = 1, .carousel_bytes = 0});
     const std::uint32_t id = arm(on_pid(0));
     ASSERT_TRUE(eventually([&] { return sections(id).size() >= 6; }));
     const std::vector<delivered> given = all();
     for (unsigned i = 0; i < 6; ++i)
         EXPECT_EQ(given[i].section, make(pat{.ts = static_cast<std::uint16_t>(i)}));
-    EXPECT_GE(given[5].when - given[0].when, 240ms);
+    EXPECT_GE(given[5].when - before, 250ms);
 }
 
 class Pace : public testing::Test {

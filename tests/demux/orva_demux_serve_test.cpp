@@ -73,11 +73,11 @@ TEST_F(Serve, OnceAtFullSpeedThenAgainASecondAfterTheLast)
     const auto start = steady::now();
     arm(on_pid(0x11));
     ASSERT_TRUE(eventually([] { return count() == 50; }));
-    EXPECT_LT(steady::now() - start, 500ms);
+    EXPECT_LT(steady::now() - start, at_once);
     const auto last = all().back().when;
     ASSERT_TRUE(eventually([] { return count() >= 100; }));
     EXPECT_GE(all()[50].when - last, 1000ms);
-    EXPECT_LT(all()[50].when - last, 1500ms);
+    EXPECT_LT(all()[50].when - last, at_once);
     EXPECT_EQ(count(), 100u);
 }
 
@@ -170,17 +170,17 @@ TEST_F(Serve, FilterLoadedLaterStartsAtOnce)
 {
     open_read(stream{}.sections(0x11, sub_table(1, 1)));
     const std::uint32_t id = arm(on_pid(0x11));
-    steady::duration shortest = 1s;
-    for (unsigned i = 1; i <= 5; ++i) {
-        ASSERT_TRUE(eventually([&] { return count() == i; }));
+    ASSERT_TRUE(eventually([] { return count() == 1; }));
+    const auto again = [&] {
         std::this_thread::sleep_for(30ms);
+        const std::size_t given = count();
         const auto start = steady::now();
         load(id, on_pid(0x11));
-        ASSERT_TRUE(eventually([&] { return count() == i + 1; }));
+        EXPECT_TRUE(eventually([&] { return count() == given + 1; }));
         EXPECT_GE(all().back().when - start, 1ms);
-        shortest = std::min<steady::duration>(shortest, all().back().when - start);
-    }
-    EXPECT_LT(shortest, 15ms);
+        return all().back().when - start;
+    };
+    EXPECT_LT(shortest_of(8, again), 15ms);
 }
 
 TEST_F(Serve, FiltersTakeTurns)
@@ -237,10 +237,18 @@ TEST_F(Serve, IdleMeansThatEveryLoadedFilterWasServed)
 TEST_F(Serve, BatchesGoOutAtTheEndOfARun)
 {
     open_read(stream{}.sections(0x11, sub_table(1, 7)));
-    const auto start = steady::now();
-    const std::uint32_t id = arm(in_batches(on_pid(0x11), 5));
-    ASSERT_TRUE(eventually([] { return count() == 7; }));
-    EXPECT_LT(all().back().when - start, 90ms);
+    std::uint32_t id = 0;
+    const auto run = [&] {
+        if (id != 0) {
+            handler().RemoveSecFilter(0, id);
+            forget();
+        }
+        const auto start = steady::now();
+        id = arm(in_batches(on_pid(0x11), 5));
+        EXPECT_TRUE(eventually([] { return count() == 7; }));
+        return all().back().when - start;
+    };
+    EXPECT_LT(shortest_of(5, run), 90ms);
     EXPECT_EQ(sections(id), sub_table(1, 7));
     EXPECT_EQ(all()[4].callback, 0u);
     EXPECT_EQ(all()[6].callback, 1u);
