@@ -46,6 +46,15 @@ foreach(guide client driver)
     target_compile_options(${guide}_guide_code PRIVATE ${strict_c})
     set_target_properties(${guide}_guide_code PROPERTIES C_EXTENSIONS OFF)
     target_link_libraries(${guide}_guide_code PRIVATE OrvaSi::si OrvaSi::demux OrvaSi::platform)
+
+    add_executable(${guide}_guide ${guide}_guide_main.c)
+    target_compile_options(${guide}_guide PRIVATE ${strict_c})
+    target_include_directories(${guide}_guide PRIVATE ${CMAKE_CURRENT_BINARY_DIR})
+    set_target_properties(${guide}_guide PROPERTIES C_EXTENSIONS OFF)
+    target_link_libraries(${guide}_guide PRIVATE OrvaSi::si OrvaSi::demux OrvaSi::platform Threads::Threads)
+    if(ORVA_SANITIZE)
+        set_target_properties(${guide}_guide PROPERTIES LINKER_LANGUAGE CXX)
+    endif()
 endforeach()
 
 # Runs an example and compares what it prints.
@@ -91,6 +100,13 @@ set_tests_properties(examples.list_services examples.minimal_client examples.min
 add_test(NAME examples.readme COMMAND readme_client ${sample})
 set_tests_properties(examples.readme PROPERTIES PASS_REGULAR_EXPRESSION "  101  Orva One HD\n.*  109  Orva Ultra"
     ENVIRONMENT "${orva_test_environment}" TIMEOUT 60 FIXTURES_REQUIRED orva_sample)
+
+# What the guides show: the present event is 1767268800, 2026-01-01 12:00 UTC.
+orva_test_example(client_guide client_guide 0
+    "on air\nboth\n1767268800 +1800 The News\n1767270600 +5400 The Lighthouse Keeper's Cat\nscan cancelled\n" ${sample} 101)
+orva_test_example(client_guide.not_in_pat client_guide 0 "not in the PAT\nscan cancelled\n" ${sample} 999)
+set_tests_properties(examples.client_guide examples.client_guide.not_in_pat PROPERTIES FIXTURES_REQUIRED orva_sample)
+orva_test_example(driver_guide driver_guide 0 "late callbacks: 0\n")
 
 # The stream of the driver is in its source.
 orva_test_example(minimal_driver minimal_driver 0
