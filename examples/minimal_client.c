@@ -98,6 +98,13 @@ static bool show_services(uint16_t program)
     return true;
 }
 
+static bool has_pat(uint16_t program)
+{
+    (void)program;
+    uint16_t ts = 0;
+    return Orva_Si_GetPatTsId(&ts) == ORVA_SI_OK;
+}
+
 static bool show_video_pid(uint16_t program)
 {
     uint16_t pid = 0;
@@ -152,6 +159,18 @@ static bool ask(bool (*question)(uint16_t program), uint32_t reason, uint16_t pr
     return true;
 }
 
+static bool show_program(uint16_t program, const struct timespec *deadline)
+{
+    if (ask(has_pat, SI_REASON_PAT, program, deadline) && Orva_Si_IsFoundSsService(program) == 0) {
+        fprintf(stderr, "the PAT lacks program %u\n", (unsigned)program);
+        return false; /* no PMT of any program would come */
+    }
+    const bool video = ask(show_video_pid, SI_REASON_PMT, program, deadline);
+    /* Events come only for the services that they are asked for. */
+    Orva_Si_StartCurrentPFEIT(SI_ANY_EXT, SI_ANY_EXT, program);
+    return ask(show_present_event, SI_REASON_EIT_PRESENT_FOLLOWING, program, deadline) && video;
+}
+
 static int watch(uint16_t program)
 {
     const SiTuneParam channel = {.frequency = 1, .program_number = program};
@@ -162,12 +181,8 @@ static int watch(uint16_t program)
     deadline.tv_sec += SECONDS;
 
     bool all = ask(show_services, SI_REASON_SDT, program, &deadline);
-    if (program != SI_NO_PROGRAM) {
-        all = ask(show_video_pid, SI_REASON_PMT, program, &deadline) && all;
-        /* Events come only for the services that they are asked for. */
-        Orva_Si_StartCurrentPFEIT(SI_ANY_EXT, SI_ANY_EXT, program);
-        all = ask(show_present_event, SI_REASON_EIT_PRESENT_FOLLOWING, program, &deadline) && all;
-    }
+    if (program != SI_NO_PROGRAM)
+        all = show_program(program, &deadline) && all;
     Orva_Si_StopChannel();
     return all ? 0 : 1;
 }

@@ -92,9 +92,10 @@ endforeach()
 orva_test_example(list_services list_services 0 "${listed}" ${sample})
 orva_test_example(minimal_client minimal_client 0 "${listed}video\t257\nnow\tThe News\n" ${sample} 101)
 orva_test_example(minimal_client.no_program minimal_client 0 "${listed}" ${sample})
+orva_test_example(minimal_client.not_in_pat minimal_client 1 "${listed}" ${sample} 999)
 orva_test_example(scan_with_progress scan_with_progress 0 "${scanned}" ${sample})
 set_tests_properties(examples.list_services examples.minimal_client examples.minimal_client.no_program
-    examples.scan_with_progress PROPERTIES FIXTURES_REQUIRED orva_sample)
+    examples.minimal_client.not_in_pat examples.scan_with_progress PROPERTIES FIXTURES_REQUIRED orva_sample)
 
 # It prints names as they are broadcast.
 add_test(NAME examples.readme COMMAND readme_client ${sample})
