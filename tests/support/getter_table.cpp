@@ -498,7 +498,7 @@ std::vector<answered> bouquets_and_time()
          in_bouquet,
          {},
          bouquet_name("Bouquet"),
-         {ASK(Orva_Si_GetBouquetIdList)(listed),
+         {ASK(Orva_Si_GetBouquetIdList)(listed, {.checks_ahead = true}),
           ASK(Orva_Si_GetBouquetNameById, bouquet)(found_or_failure),
           ASK(Orva_Si_GetBATCRC, bouquet)(ok)}},
         {"bouquet_services",

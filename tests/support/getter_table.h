@@ -32,6 +32,8 @@ struct peculiar {
     // Room in a list is checked before each candidate, and the candidate is written before it is
     // judged.
     bool writes_ahead = false;
+    // The first of both alone: with a full list, a candidate that adds nothing is too much.
+    bool checks_ahead = false;
 };
 
 struct getter {

@@ -132,16 +132,24 @@ inline complaint judge(const getter &of, const told &answer, std::uint32_t capac
     return none;
 }
 
+// How many elements or bytes there are, as far as there was room.
+inline std::uint32_t amount(const getter &of, const told &whole)
+{
+    const bool cut = of.kind == gives::list && whole.result == ORVA_SI_ARRAY_FULL;
+    return cut || is_success(of, whole.result) ? whole.count : 0;
+}
+
 // Against the answer with room for all: just enough room makes no difference, less of it cuts the
 // list and says so, and bytes come whole or not at all.
 inline complaint compare(const getter &of, const told &whole, const told &answer,
                          std::uint32_t capacity)
 {
-    const std::uint32_t all = is_success(of, whole.result) ? whole.count : 0;
+    const std::uint32_t all = amount(of, whole);
     if (capacity == 0 && of.kind == gives::list && answer.result == of.ways.without_room)
         return none;
     if (capacity >= all) {
-        const bool may_be_full = of.ways.writes_ahead && answer.result == ORVA_SI_ARRAY_FULL;
+        const bool looks_ahead = of.ways.writes_ahead || of.ways.checks_ahead;
+        const bool may_be_full = looks_ahead && answer.result == ORVA_SI_ARRAY_FULL;
         if (answer.result != whole.result && !may_be_full)
             return "the result depends on room that is not needed";
     } else if (answer.result != ORVA_SI_ARRAY_FULL) {
@@ -163,7 +171,7 @@ inline complaint first_broken_promise(const getter &of)
         return broken;
     if (of.kind != gives::list && of.kind != gives::bytes)
         return none;
-    const std::uint32_t all = is_success(of, whole.result) ? whole.count : 0;
+    const std::uint32_t all = amount(of, whole);
     std::set<std::uint32_t> capacities{0, 1, all};
     if (all != 0)
         capacities.insert(all - 1);
