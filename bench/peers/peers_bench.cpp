@@ -102,11 +102,11 @@ void play(const candidate &of, const mux &data, stopwatch &watch)
     static std::array<received, burst> batch;
     for (std::size_t at = 0; at < data.sections.size();) {
         const std::size_t count = at == 0 ? 1 : std::min(burst, data.sections.size() - at);
+        auto place = buffer.begin();
         for (std::size_t i = 0; i < count; ++i) {
             const section &from = data.sections[at + i];
-            const auto place = std::span{buffer}.subspan(i * room, from.bytes.size());
-            std::ranges::copy(from.bytes, place.begin());
-            batch[i] = {from.pid, place};
+            batch[i] = {from.pid, {place, from.bytes.size()}};
+            place = std::ranges::copy(from.bytes, place).out;
         }
         watch.start();
         const bool taken = of.take(std::span{batch}.first(count));
@@ -369,9 +369,10 @@ void compare_packets(std::uint16_t services, unsigned rounds)
 
 int main(int count, char **arguments)
 {
-    const auto rounds = count > 1 ? static_cast<unsigned>(std::atoi(arguments[1])) : 5U;
-    if (rounds == 0)
+    const int wanted = count > 1 ? std::atoi(arguments[1]) : 5;
+    if (wanted < 1)
         fail("usage", "peers_bench [ROUNDS]");
+    const auto rounds = static_cast<unsigned>(wanted);
     compare_packets(100, rounds);
     for (const std::uint16_t services : sizes)
         compare(services, rounds);
