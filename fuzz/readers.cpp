@@ -51,6 +51,14 @@ void touch_text(si::bytes text)
     touch(text);
 }
 
+// Three letters at most, and never without an end.
+void touch_code(si::bytes of)
+{
+    char code[4] = {'x', 'x', 'x', 'x'};
+    copy_code(code, of);
+    claim(code[3] == '\0', "a code has no end");
+}
+
 // ---- Descriptors by tag; each is decoded once, as every descriptor is
 
 template <class Descriptor>
@@ -119,6 +127,7 @@ void walk(descriptor &d, const std::uint8_t *end)
 {
     const closed_behind fence{behind(d, d.len), end};
     touch(payload(d));
+    touch_code(payload(d));
     every_region(d, [](const SiTargetRegion &region) {
         touch(region.region_code);
         return true;
