@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <span>
 
 namespace bench {
 
@@ -12,7 +11,6 @@ namespace {
 constexpr std::uint16_t pid_pat = 0x0000;
 constexpr std::uint16_t pid_sdt = 0x0011;
 constexpr std::size_t packet_bytes = 188;
-constexpr std::size_t packet_payload = packet_bytes - 4;
 
 section pat(std::uint16_t services)
 {
@@ -45,27 +43,18 @@ section sdt(std::uint16_t stream, std::uint16_t services, bool tuned)
 
 // ---- Packets
 
-// A section does not begin in the last bytes of a packet: not every demultiplexer takes a header
-// that is cut.
-constexpr std::size_t least_begun = 16;
-
+// Each section begins in a packet of its own.
 class stream_writer {
 public:
-    // The sections of a PID that come one behind the other; the last packet is filled up.
-    void add(std::span<const section> run)
+    void add(const section &from)
     {
-        si::bytes rest; // of the section that was begun
-        auto next = run.begin();
-        while (!rest.empty() || next != run.end()) {
-            const bool begins =
-                next != run.end() && rest.size() + 1 + least_begun <= packet_payload;
+        si::bytes rest = from.bytes;
+        for (bool begins = true; !rest.empty(); begins = false) {
             const std::size_t end = packets.size() + packet_bytes;
-            put_header(run.front().pid, begins);
+            put_header(from.pid, begins);
             if (begins)
-                put(packets, rest.size(), 1); // pointer_field
+                put(packets, 0, 1); // pointer_field
             rest = put_up_to(end, rest);
-            while (begins && next != run.end() && end - packets.size() >= least_begun)
-                rest = put_up_to(end, next++->bytes);
             packets.resize(end, 0xFF);
         }
     }
@@ -130,13 +119,8 @@ octets make_stream(const mux &from, unsigned cycles)
 {
     stream_writer to;
     for (unsigned cycle = 0; cycle < cycles; ++cycle)
-        for (auto first = from.sections.begin(); first != from.sections.end();) {
-            const auto last = std::find_if(first, from.sections.end(), [&](const section &each) {
-                return each.pid != first->pid;
-            });
-            to.add({first, last});
-            first = last;
-        }
+        for (const section &each : from.sections)
+            to.add(each);
     return std::move(to.packets);
 }
 

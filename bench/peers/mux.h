@@ -35,7 +35,7 @@ mux make_mux(std::uint16_t services, std::uint16_t tuned);
 
 std::string name_of_service(std::uint16_t service);
 
-// Packets of 188 bytes, the sections of a PID back to back, so many times.
+// Packets of 188 bytes, all sections one behind the other, so many times.
 octets make_stream(const mux &from, unsigned cycles);
 
 } // namespace bench

@@ -2,7 +2,8 @@
 // What a section, a question and a packet cost with Orva SI and with other libraries, on the same
 // data, side by side. Every figure is CPU time of all threads of a process that runs one candidate
 // alone; the candidates take turns, and of several rounds the median is told. A candidate that did
-// not see every section, or gave a wrong answer, ends the run.
+// not see every section, or gave a wrong answer, ends the run; a round in which one crashed is left
+// out.
 //
 //     peers_bench [ROUNDS]    one line for each figure, fields separated by tabs:
 //                             section fresh|repeated, question NAME, packets: CANDIDATE SERVICES NS
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -40,9 +42,13 @@ constexpr const candidate *candidates[] = {
 
 constexpr std::uint16_t sizes[] = {10, 30, 100, 300, 1000};
 
+bool *failed = nullptr; // in memory that the processes share
+
 [[noreturn]] void fail(const char *who, const char *what)
 {
     std::fprintf(stderr, "peers_bench: %s: %s\n", who, what);
+    if (failed != nullptr)
+        *failed = true;
     std::_Exit(2);
 }
 
@@ -253,25 +259,35 @@ constexpr kind kinds[] = {
 
 using figures = std::array<double, std::size(kinds)>;
 
-// In a process of its own, through memory that both see.
-template <class T, class Work>
-T measured_alone(const char *who, Work work)
+template <class T>
+T *shared_memory()
 {
-    static T *shared = static_cast<T *>(
-        mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    if (shared == MAP_FAILED)
-        fail(who, "no shared memory");
+    void *made =
+        mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (made == MAP_FAILED)
+        fail("mmap", "no shared memory");
+    return static_cast<T *>(made);
+}
+
+// In a process of its own. Nothing when that ended of itself.
+template <class T, class Work>
+std::optional<T> measured_alone(const char *who, Work work)
+{
+    static T *shared = shared_memory<T>();
     const double done = in_child([&] {
         keep_freed_memory();
         *shared = work();
         return 1.0;
     });
-    if (done != 1.0)
-        fail(who, "measuring failed");
-    return *shared;
+    if (*failed)
+        std::_Exit(2);
+    if (done == 1.0)
+        return *shared;
+    std::fprintf(stderr, "peers_bench: %s: crashed\n", who);
+    return std::nullopt;
 }
 
-figures measure_all(const candidate &of, const mux &data)
+std::optional<figures> measure_all(const candidate &of, const mux &data)
 {
     return measured_alone<figures>(of.name, [&] {
         of.start(data);
@@ -302,10 +318,13 @@ void compare(std::uint16_t services, unsigned rounds)
     for (unsigned round = 0; round < rounds; ++round)
         for (std::size_t i = 0; i < std::size(candidates); ++i) {
             const std::size_t at = (i + round) % std::size(candidates);
-            all[at].push_back(measure_all(*candidates[at], data));
+            if (const auto made = measure_all(*candidates[at], data))
+                all[at].push_back(*made);
         }
     for (std::size_t what = 0; what < std::size(kinds); ++what)
         for (std::size_t at = 0; at < std::size(candidates); ++at) {
+            if (all[at].empty())
+                continue;
             std::vector<double> of;
             for (const figures &each : all[at])
                 of.push_back(each[what]);
@@ -332,7 +351,7 @@ struct temporary {
     std::FILE *file;
 };
 
-double read_stream(const candidate &of, const mux &data, const std::string &path)
+std::optional<double> read_stream(const candidate &of, const mux &data, const std::string &path)
 {
     return measured_alone<double>(of.name, [&] {
         stopwatch watch;
@@ -357,8 +376,10 @@ void compare_packets(std::uint16_t services, unsigned rounds)
     for (unsigned round = 0; round < rounds; ++round)
         for (std::size_t i = 0; i < std::size(candidates); ++i) {
             const std::size_t at = (i + round) % std::size(candidates);
-            if (candidates[at]->demultiplex != nullptr)
-                all[at].push_back(read_stream(*candidates[at], data, file.path()) / packets);
+            if (candidates[at]->demultiplex == nullptr)
+                continue;
+            if (const auto seconds = read_stream(*candidates[at], data, file.path()))
+                all[at].push_back(*seconds / packets);
         }
     for (std::size_t at = 0; at < std::size(candidates); ++at)
         if (!all[at].empty())
@@ -373,6 +394,7 @@ int main(int count, char **arguments)
     if (wanted < 1)
         fail("usage", "peers_bench [ROUNDS]");
     const auto rounds = static_cast<unsigned>(wanted);
+    failed = shared_memory<bool>();
     compare_packets(100, rounds);
     for (const std::uint16_t services : sizes)
         compare(services, rounds);
