@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
+#include <cerrno>
 #include <csignal>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -132,8 +133,13 @@ std::uint32_t Orva_CreateThread(pthread_t *thread, SiThreadFn fn, void *param)
         return failed(SI_HERE, "can't Init the sem for thread\n");
     if (pthread_create(thread, &attr, run_library_thread, &si_args) != 0)
         return failed(SI_HERE, "Create the thread fail\n");
-    // Until the thread has copied the one start record, the next creation must not begin.
-    if (Orva_SemWait(&si_args.sem) != ORVA_SI_OK)
+    // Until the thread has copied the one start record, the next creation must not begin, whatever
+    // signals come.
+    std::uint32_t waited;
+    do
+        waited = Orva_SemWait(&si_args.sem);
+    while (waited != ORVA_SI_OK && errno == EINTR);
+    if (waited != ORVA_SI_OK)
         return failed(SI_HERE, "wait the sem of create thread failed\n");
     Orva_DestroySemaphore(&si_args.sem);
     return ORVA_SI_OK;

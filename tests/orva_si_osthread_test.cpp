@@ -26,9 +26,10 @@
 namespace {
 
 // The answer that the next call of a wrapped function on this thread gives instead of calling the
-// real one.
+// real one, with that errno.
 struct wrapped {
     std::optional<int> answer;
+    int error = 0;
     unsigned calls = 0;
 };
 thread_local wrapped attr_init, create, mutex_init, mutex_lock, mutex_unlock, semaphore_init,
@@ -38,8 +39,10 @@ template <class Real, class... Args>
 int answer_or_call(wrapped &of, Real real, Args... given)
 {
     ++of.calls;
-    if (const auto answer = std::exchange(of.answer, std::nullopt))
+    if (const auto answer = std::exchange(of.answer, std::nullopt)) {
+        errno = of.error;
         return *answer;
+    }
     return real(given...);
 }
 
@@ -387,9 +390,23 @@ TEST(Thread, RunsOnWhenTheWaitForItFails)
     self_portrait portrait;
     pthread_t thread{};
     semaphore_wait.answer = -1;
+    semaphore_wait.error = EINVAL;
     EXPECT_EQ(Orva_CreateThread(&thread, paint, &portrait), 1u);
     EXPECT_TRUE(reported("Orva_CreateThread", "wait the sem of create thread failed\n"));
     EXPECT_EQ(semaphore_destroy.calls, 0u);
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
+    EXPECT_EQ(portrait.param, &portrait);
+}
+
+TEST(Thread, IsWaitedForThroughSignals)
+{
+    self_portrait portrait;
+    pthread_t thread{};
+    semaphore_wait.answer = -1;
+    semaphore_wait.error = EINTR;
+    EXPECT_EQ(Orva_CreateThread(&thread, paint, &portrait), 0u);
+    EXPECT_EQ(semaphore_wait.calls, 2u);
+    EXPECT_EQ(semaphore_destroy.calls, 1u);
     ASSERT_EQ(pthread_join(thread, nullptr), 0);
     EXPECT_EQ(portrait.param, &portrait);
 }

@@ -90,8 +90,8 @@ ORVA_SI_API uint32_t Orva_SemPost(sem_t *sem);
  * @param thread  receives the handle
  * @param fn      runs on the new thread; the thread ends with a null result when it returns
  * @param param   passed to fn; must live as long as fn needs it
- * @return ORVA_SI_OK; ORVA_SI_FAILURE for a null thread or fn, and when no thread could be made.
- * When the wait for the new thread was interrupted by a signal the thread runs all the same
+ * @return ORVA_SI_OK; ORVA_SI_FAILURE for a null thread or fn, and when no thread could be made;
+ * a signal does not end the wait for it
  *
  * Callers take turns: two threads must never be created at the same time.
  */
