@@ -18,6 +18,7 @@
 #include "orva_si/filter.h"
 #include "orva_si_model.h"
 #include "support/client.h"
+#include "support/effort.h"
 #include "support/model.h"
 #include "support/store.h"
 
@@ -472,6 +473,6 @@ TEST_P(RandomSections, AreKeptAsThePlainModelKeepsThemWithEveryTrace)
     run(3000);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, RandomSections, testing::Range(1U, 5U));
+INSTANTIATE_TEST_SUITE_P(Seeds, RandomSections, testing::Range(1U, 1U + test::part_of(4)));
 
 } // namespace

@@ -20,6 +20,7 @@
 #include "dvbtables/orva_si_codec.h"
 #include "fakes/platform.h"
 #include "orva_si/query_text.h"
+#include "support/effort.h"
 #include "support/getter_table.h"
 #include "support/promises.h"
 
@@ -122,7 +123,7 @@ TEST_P(QuerySweep, DescriptorsCutAtEveryLength)
 
 // Where time is short, at every few values from 0 to 255.
 #ifndef ORVA_SWEEP_STEP
-#define ORVA_SWEEP_STEP 1
+#define ORVA_SWEEP_STEP ORVA_TEST_DIVISOR
 #endif
 
 TEST_P(QuerySweep, EveryByteAtEveryValue)

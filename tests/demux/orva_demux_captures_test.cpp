@@ -6,8 +6,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <ostream>
 #include <set>
@@ -18,6 +16,7 @@
 #include "demux/pending.h"
 #include "orva_demux_carousel.h"
 #include "orva_ts_sections.h"
+#include "support/files.h"
 
 using namespace si::demux;
 using nlohmann::json;
@@ -29,12 +28,6 @@ std::string captures()
 {
     const char *folder = std::getenv("ORVA_CAPTURES");
     return folder == nullptr ? std::string{} : folder;
-}
-
-std::vector<std::uint8_t> read_file(const std::filesystem::path &path)
-{
-    std::ifstream in{path, std::ios::binary};
-    return {std::istreambuf_iterator<char>{in}, {}};
 }
 
 // PID, table_id, extension, original_network_id (EIT only), transport_stream_id (EIT only),
@@ -133,9 +126,9 @@ protected:
         if (captures().empty())
             GTEST_SKIP() << "ORVA_CAPTURES is not set";
         const std::filesystem::path folder{captures()};
-        file = read_file(folder / (GetParam() + ".ts"));
+        file = test::read_file(folder / (GetParam() + ".ts"));
         ASSERT_FALSE(file.empty()) << "no such stream in " << folder;
-        golden = json::parse(std::ifstream{folder / "golden" / (GetParam() + ".json")});
+        golden = test::read_json(folder / "golden" / (GetParam() + ".json"));
     }
 
     std::vector<std::uint8_t> file;
