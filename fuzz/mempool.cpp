@@ -14,8 +14,8 @@ namespace fuzz {
 
 namespace {
 
-constexpr std::size_t most_held = 32;
-constexpr std::size_t most_steps = 48;
+constexpr std::size_t most_held = 16;
+constexpr std::size_t most_steps = 24;
 constexpr std::uint32_t largest_request = 1024;
 
 struct holding {

@@ -212,12 +212,10 @@ void read_section(std::span<std::uint8_t> section)
     section_ext *ext = head != nullptr ? section_ext_decode(head, 0) : nullptr;
     if (ext == nullptr)
         return;
-    auto *const decoded = Codec(ext);
-    if (decoded == nullptr)
-        return;
-    const std::uint8_t *const end = end_of_section(*decoded);
+    const std::uint8_t *const end = section.data() + section_ext_length(ext); // the CRC_32
     const closed_behind fence{end, section.data() + section.size()};
-    walk_section(*decoded, end);
+    if (auto *const decoded = Codec(ext))
+        walk_section(*decoded, end);
 }
 
 void read_descriptor(std::span<std::uint8_t> memory)
