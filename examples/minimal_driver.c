@@ -87,19 +87,12 @@ static void make_broadcast(void)
 
 /* ---- The driver */
 
-enum {
-    FILTERS = 31,
-    LONGEST_LIST = 200,
-    ROUND_MS = 10,
-    MOST_PENDING = 64,
-    DRIVER_OK = 0,
-    DRIVER_REFUSES = 1
-};
+enum { FILTERS = 31, LONGEST_LIST = 200, ROUND_MS = 10, DRIVER_OK = 0, DRIVER_REFUSES = 1 };
 
 struct filter {
     bool used;
     bool running;
-    unsigned turn; /* counts settings and ends: tells an old match from a new one */
+    unsigned turn; /* counts settings and ends */
     SiDmxFilterParam setting;
 };
 
@@ -136,23 +129,16 @@ static bool matches(const SiDmxFilterParam *wanted, const struct section *s)
     return differs || !any_negated; /* the negated bits are compared together */
 }
 
-/* Lends sections to the library, unless the filter has got another setting meanwhile. */
-static bool give(struct filter *to, unsigned turn, SiDmxSection *sections, uint32_t count)
+/* Lends sections to the library. With the lock held, which is given up during the callback. */
+static void give(struct filter *to, SiDmxSection *sections, uint32_t count)
 {
-    pthread_mutex_lock(&driver.lock);
-    const bool current = to->running && to->turn == turn;
-    const SiDmxFilterParam setting = to->setting;
-    if (current) {
-        driver.called_back = to;
-        driver.lent = (SiWord)++driver.buffers_lent;
-        driver.batches += setting.list_mode;
-    }
-    const SiWord handle = driver.lent;
-    pthread_mutex_unlock(&driver.lock);
-    if (!current)
-        return false;
-
     const uint32_t id = (uint32_t)(to - driver.filters);
+    const SiDmxFilterParam setting = to->setting;
+    const SiWord handle = (SiWord)++driver.buffers_lent;
+    driver.called_back = to;
+    driver.lent = handle;
+    driver.batches += setting.list_mode;
+    pthread_mutex_unlock(&driver.lock);
     if (setting.list_mode == 0) {
         sections[0].BufferHandle = handle;
         setting.section_callback(0, id, 0, &sections[0]);
@@ -161,40 +147,33 @@ static bool give(struct filter *to, unsigned turn, SiDmxSection *sections, uint3
             .section_count = count, .section = sections, .BufferHandle = handle};
         setting.section_list_callback(0, id, 0, &list);
     }
-
     pthread_mutex_lock(&driver.lock);
     driver.called_back = NULL;
     pthread_cond_broadcast(&driver.callback_ended);
-    pthread_mutex_unlock(&driver.lock);
-    return true;
 }
 
 /* Gives a filter once what it matches: one by one, or in batches, of which the last may be short.
- */
+ * Sections are matched and lent in one hold of the lock: none is lent under a setting that it was
+ * not matched by. */
 static void serve(struct filter *of)
 {
     static SiDmxSection batch[LONGEST_LIST];
     pthread_mutex_lock(&driver.lock);
-    const bool running = of->running;
     const unsigned turn = of->turn;
-    const SiDmxFilterParam setting = of->setting;
-    pthread_mutex_unlock(&driver.lock);
-    if (!running)
-        return;
     uint32_t count = 0;
-    for (unsigned i = 0; i < section_count; ++i) {
-        if (!matches(&setting, &on_air[i]))
+    for (unsigned i = 0; of->running && of->turn == turn && i < section_count; ++i) {
+        if (!matches(&of->setting, &on_air[i]))
             continue;
         batch[count++] = (SiDmxSection){.pPrimaraySectionData = on_air[i].bytes,
                                         .PrimaraySectionSize = on_air[i].size};
-        if (count == setting.list_length) {
-            if (!give(of, turn, batch, count))
-                return;
+        if (count == of->setting.list_length) {
+            give(of, batch, count);
             count = 0;
         }
     }
     if (count != 0)
-        give(of, turn, batch, count);
+        give(of, batch, count);
+    pthread_mutex_unlock(&driver.lock);
 }
 
 static bool is_stopped(void)
@@ -205,15 +184,16 @@ static bool is_stopped(void)
     return stopped;
 }
 
-/* Hardware has the pace of the broadcast. Memory has none: it waits for room before it looks for
- * sections of a filter, or the library's queue would fill up, and drop. */
+/* Hardware has the pace of the broadcast. Memory has none: it waits until the library is done
+ * before it looks for sections of a filter, or the library's queue would fill up, and drop. */
 static void *deliver(void *unused)
 {
     const struct timespec pause = {.tv_nsec = ROUND_MS * 1000000L};
+    const struct timespec moment = {.tv_nsec = 100000};
     while (!is_stopped()) {
         for (unsigned i = 0; i < FILTERS; ++i) {
-            while (!is_stopped() && Si_SectFlt_GetPendingCount() >= MOST_PENDING)
-                nanosleep(&pause, NULL);
+            while (!is_stopped() && Si_SectFlt_GetPendingCount() != 0)
+                nanosleep(&moment, NULL);
             serve(&driver.filters[i]);
         }
         nanosleep(&pause, NULL);
@@ -222,13 +202,16 @@ static void *deliver(void *unused)
 }
 
 /* Ends a setting: what it matched is not given any more, and no callback of it runs. The library
- * may hold its locks here; its callbacks need none of them, so the wait ends. */
+ * may hold its locks here; its callbacks need none of them, so the wait ends. Another thread may
+ * switch the filter on again during the wait, which gives the lock up. */
 static void silence(struct filter *f)
 {
     f->running = false;
     ++f->turn;
-    while (driver.called_back == f)
+    while (driver.called_back == f) {
         pthread_cond_wait(&driver.callback_ended, &driver.lock);
+        f->running = false;
+    }
 }
 
 static uint32_t init_demux(uint32_t demux)

@@ -91,10 +91,11 @@ typedef struct SiDmxSectionList {
  * layout on every machine.
  */
 typedef struct SiDmxFilterParam {
-    uint16_t pid;         /**< 13 bits */
-    uint8_t start_flag;   /**< 0 in a request, 1 in a load */
-    uint32_t list_mode;   /**< 0: sections one by one; 1: in batches */
-    uint32_t list_length; /**< sections of a batch, 1 to 200; 1 in single delivery */
+    uint16_t pid;       /**< 13 bits */
+    uint8_t start_flag; /**< 0 in AddSecFilter, 1 in UpdateSecFilter */
+    uint32_t list_mode; /**< 0: sections one by one; 1: in batches */
+    /** Sections of a batch, 1 to 200; 1 in single delivery; 0 in AddSecFilter. */
+    uint32_t list_length;
     uint32_t reserved;    /**< 0 */
     uint8_t option;       /**< 1 */
     uint8_t filter_depth; /**< leading bytes that match, mask and negate cover */
@@ -118,7 +119,9 @@ typedef struct SiDmxFilterParam {
  * RemoveSecFilter, DisableSecFilter, AddSecFilter and UpdateSecFilter are called with the library's
  * locks held, some also on its section thread: they must not call a start or stop function, nor
  * wait for the section thread. They may wait for a callback that runs. Of a filter that was off,
- * sections delivered before UpdateSecFilter has returned are dropped.
+ * sections delivered before UpdateSecFilter has returned are dropped; of one that was on, those of
+ * the new setting are taken. EnableSecFilter is called only for a client that calls
+ * Si_SectFlt_EnableSecFilter, on its thread, and may come while one of the others runs.
  */
 typedef struct SiDmxSectHandler {
     /** Initialises the demultiplexer. After a failure no filter is requested: the library starts,
@@ -295,7 +298,7 @@ ORVA_SI_API uint32_t Si_SectFlt_FreeSecData(uint32_t demux, uint32_t filter_id,
                                             SiWord buffer_handle);
 /** Calls RemoveSecFilter. */
 ORVA_SI_API uint32_t Si_SectFlt_RemoveSecFilter(uint32_t demux, uint32_t filter_id);
-/** Calls EnableSecFilter. */
+/** Calls EnableSecFilter. What the library knows of the filter does not change, nor below. */
 ORVA_SI_API uint32_t Si_SectFlt_EnableSecFilter(uint32_t demux, uint32_t filter_id);
 /** Calls DisableSecFilter. */
 ORVA_SI_API uint32_t Si_SectFlt_DisableSecFilter(uint32_t demux, uint32_t filter_id);

@@ -7,8 +7,8 @@
  * The handler table stays the client's.
  *
  * @par Threads and locks
- * The client calls these functions from one thread, before and after all other use, with no lock of
- * the library held.
+ * The client calls these functions one after the other, before and after all other use, with no
+ * lock of the library held.
  */
 #ifndef ORVA_SI_LIFECYCLE_H
 #define ORVA_SI_LIFECYCLE_H

@@ -126,7 +126,7 @@ ORVA_SI_API uint32_t Orva_Si_NotifyEit(uint16_t original_network_id, uint16_t tr
                                        uint8_t section_number, uint32_t crc, uint32_t changed);
 
 /**
- * Tells of a new second; silent in scan mode.
+ * Tells of the time in a TDT or TOT, repeats too; silent in scan mode.
  *
  * @param seconds   since 1970 UTC
  * @param from_tot  0: from a TDT, else from a TOT

@@ -14,7 +14,7 @@
  *
  * Times are seconds since 1970-01-01 UTC in 32 bits, which wrap in 2106 (annex C); durations are
  * seconds. A start_time or duration of all ones, which means "undefined", is converted like any
- * other. Clauses are those of EN 300 468 V1.15.1.
+ * other: into 2156111265 (in the year 2038) and 604065. Clauses are those of EN 300 468 V1.15.1.
  *
  * @par Arguments
  * Of each identifier the low 16 bits count.

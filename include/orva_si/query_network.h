@@ -11,9 +11,12 @@
  * @par Arguments
  * Of each identifier the low 16 bits count.
  * - `nid`: network_id, selects the NIT actual or other of that network; 0xFFFF selects every NIT
- * - `ts`: transport_stream_id, compared exactly with those of the table's transport stream loop
+ * - `ts`: transport_stream_id, compared exactly with those of the table's transport stream loop.
+ * Functions without `onid` answer for the first entry of the loop that can; lists of delivery
+ * records do not tell entries of one transport_stream_id apart either
  * - `onid`: original_network_id of that entry of the loop, compared exactly: 0xFFFF is no wildcard.
- * For a transport stream with an SDT Orva_Si_GetOnitId tells it; else it is in the raw NIT only
+ * For a transport stream with an SDT Orva_Si_GetOnitId tells it; else it is in the raw NIT, which
+ * docs/client-guide.md shows how to read
  * - `pdsd`: private_data_specifier under which the descriptor must stand, 32 bits
  * - `pnetworkid`, `ser_id`: receive the 16-bit identifier
  * - `pnetworkname`: receives the name in its broadcast character table

@@ -107,7 +107,16 @@ orva_test_example(client_guide client_guide 0
     "on air\nboth\n1767268800 +1800 The News\n1767270600 +5400 The Lighthouse Keeper's Cat\nscan cancelled\n" ${sample} 101)
 orva_test_example(client_guide.not_in_pat client_guide 0 "not in the PAT\nscan cancelled\n" ${sample} 999)
 set_tests_properties(examples.client_guide examples.client_guide.not_in_pat PROPERTIES FIXTURES_REQUIRED orva_sample)
-orva_test_example(driver_guide driver_guide 0 "late callbacks: 0\n")
+set(alone "enabled without a setting: no\nover behind slot 6: yes\nover behind slot 4: yes\nlate callbacks: 0\n")
+set(pcr_pids "")
+foreach(number RANGE 8) # of the sample: programs have 16 PIDs each
+    math(EXPR pid "257 + 16 * ${number}")
+    math(EXPR program "101 + ${number}")
+    string(APPEND pcr_pids "${program} ${pid}\n")
+endforeach()
+orva_test_example(driver_guide driver_guide 0
+    "${alone}${pcr_pids}library: done\noverrun: 0\nfilters left: 0, buffers all came back\n" ${sample})
+set_tests_properties(examples.driver_guide PROPERTIES FIXTURES_REQUIRED orva_sample)
 
 # The stream of the driver is in its source.
 orva_test_example(minimal_driver minimal_driver 0
