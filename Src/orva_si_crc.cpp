@@ -8,10 +8,11 @@
 
 #if defined(__x86_64__) || defined(__i386__)
 #include <cpuid.h>
-#include <tmmintrin.h>
-#include <wmmintrin.h>
+#include <immintrin.h>
 #define SI_FOLDS 1
+#define SI_FOLDS_PAIRS 1
 #define SI_FOLDING [[gnu::target("pclmul,ssse3")]]
+#define SI_FOLDING_PAIRS [[gnu::target("avx2,vpclmulqdq,pclmul,ssse3")]]
 #elif defined(__aarch64__) && defined(__linux__) && !defined(__AARCH64EB__)
 #include <arm_neon.h>
 #include <sys/auxv.h>
@@ -226,11 +227,17 @@ SI_FOLDING inline block folded(block of, block by)
 
 #endif
 
+// The order that turns a block round.
+SI_FOLDING inline block backwards()
+{
+    static constexpr std::array<std::uint8_t, block_bytes> order{15, 14, 13, 12, 11, 10, 9, 8,
+                                                                 7,  6,  5,  4,  3,  2,  1, 0};
+    return loaded(order.data());
+}
+
 SI_FOLDING inline block reversed(const std::uint8_t *from)
 {
-    static constexpr std::array<std::uint8_t, block_bytes> backwards{15, 14, 13, 12, 11, 10, 9, 8,
-                                                                     7,  6,  5,  4,  3,  2,  1, 0};
-    return moved(loaded(from), loaded(backwards.data()));
+    return moved(loaded(from), backwards());
 }
 
 // The product of the low halves; its upper half is not asked for.
@@ -258,15 +265,29 @@ SI_FOLDING inline block with_rest(block so_far, const std::uint8_t *ends, std::s
     return sum(folded(moved(so_far, down), halves(over(1))), last);
 }
 
+// The remainder of what was folded into a block, and of the bytes behind it.
+SI_FOLDING inline std::uint32_t remainder_with(block so_far, const std::uint8_t *at,
+                                               std::size_t left)
+{
+    for (; left >= block_bytes; left -= block_bytes, at += block_bytes)
+        so_far = sum(folded(so_far, halves(over(1))), reversed(at));
+    return remainder_of(left != 0 ? with_rest(so_far, at + left, left) : so_far);
+}
+
+// Added to the first bytes: the CRC begins with all ones.
+SI_FOLDING inline block all_ones()
+{
+    return halves({0xFFFF'FFFFull << 32, 0});
+}
+
 SI_FOLDING std::uint32_t crc_by_folding(bytes of)
 {
     if (of.size() < block_bytes)
         return crc_by_tables(of);
     const std::uint8_t *at = of.data();
     std::size_t left = of.size() - block_bytes;
-    block first = sum(reversed(at), halves({0xFFFF'FFFFull << 32, 0}));
+    block first = sum(reversed(at), all_ones());
     at += block_bytes;
-    const block next = halves(over(1));
     if (left >= (2 * lanes - 1) * block_bytes) {
         block second = reversed(at);
         block third = reversed(at + block_bytes);
@@ -282,18 +303,80 @@ SI_FOLDING std::uint32_t crc_by_folding(bytes of)
             at += lanes * block_bytes;
         }
         first = sum(sum(folded(first, halves(over(3))), folded(second, halves(over(2)))),
-                    sum(folded(third, next), fourth));
+                    sum(folded(third, halves(over(1))), fourth));
     }
-    for (; left >= block_bytes; left -= block_bytes, at += block_bytes)
-        first = sum(folded(first, next), reversed(at));
-    if (left != 0)
-        first = with_rest(first, at + left, left);
-    return remainder_of(first);
+    return remainder_with(first, at, left);
+}
+
+#ifdef SI_FOLDS_PAIRS
+
+// ---- The same with two blocks side by side in one register
+
+using block_pair = __m256i;
+
+bool folds_pairs_here()
+{
+    __builtin_cpu_init(); // nobody has, before main
+    return folds_here() && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("vpclmulqdq");
+}
+
+SI_FOLDING_PAIRS inline block_pair both(block of)
+{
+    return _mm256_broadcastsi128_si256(of);
+}
+
+SI_FOLDING_PAIRS inline block_pair reversed_pair(const std::uint8_t *from)
+{
+    const block_pair pair = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(from));
+    return _mm256_shuffle_epi8(pair, both(backwards()));
+}
+
+SI_FOLDING_PAIRS inline block_pair sum(block_pair one, block_pair other)
+{
+    return _mm256_xor_si256(one, other);
+}
+
+SI_FOLDING_PAIRS inline block_pair folded(block_pair of, block_pair by)
+{
+    return sum(_mm256_clmulepi64_epi128(of, by, 0x11), _mm256_clmulepi64_epi128(of, by, 0x00));
+}
+
+SI_FOLDING_PAIRS std::uint32_t crc_by_folding_pairs(bytes of)
+{
+    constexpr std::size_t pair_bytes = 2 * block_bytes;
+    constexpr std::size_t step = lanes * pair_bytes;
+    if (of.size() < 2 * step)
+        return crc_by_folding(of);
+    const std::uint8_t *at = of.data();
+    std::size_t left = of.size() - step;
+    block_pair first = sum(reversed_pair(at), _mm256_zextsi128_si256(all_ones()));
+    block_pair second = reversed_pair(at + pair_bytes);
+    block_pair third = reversed_pair(at + 2 * pair_bytes);
+    block_pair fourth = reversed_pair(at + 3 * pair_bytes);
+    at += step;
+    const block_pair far = both(halves(over(2 * lanes)));
+    for (; left >= step; left -= step) {
+        first = sum(folded(first, far), reversed_pair(at));
+        second = sum(folded(second, far), reversed_pair(at + pair_bytes));
+        third = sum(folded(third, far), reversed_pair(at + 2 * pair_bytes));
+        fourth = sum(folded(fourth, far), reversed_pair(at + 3 * pair_bytes));
+        at += step;
+    }
+    first = sum(sum(folded(first, both(halves(over(6)))), folded(second, both(halves(over(4))))),
+                sum(folded(third, both(halves(over(2)))), fourth));
+    const block last = sum(folded(_mm256_castsi256_si128(first), halves(over(1))),
+                           _mm256_extracti128_si256(first, 1));
+    return remainder_with(last, at, left);
 }
 
 #endif
 
+#endif
+
 constexpr crc_way ways[] = {
+#ifdef SI_FOLDS_PAIRS
+    {"pairs", crc_by_folding_pairs, folds_pairs_here},
+#endif
 #ifdef SI_FOLDS
     {"multiplication", crc_by_folding, folds_here},
 #endif
