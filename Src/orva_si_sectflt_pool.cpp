@@ -2,8 +2,10 @@
 // The driver's handler table, the pool of filter records and what a record tells the driver.
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
 
+#include "orva_si_bytes.h"
 #include "orva_si_layout.h"
 #include "orva_si_sectflt.h"
 #include "orva_si_siids.h"
@@ -28,6 +30,30 @@ constexpr std::array<pid_filter, pool_size> without_filters()
     return all;
 }
 constinit std::array<pid_filter, pool_size> records = without_filters();
+
+// By the low bits of a filter id, the first record that was given such an id: no other is looked at
+// first, so that of two with one id the first is found, as by a walk.
+constexpr std::size_t id_kinds = 64;
+constinit std::array<std::atomic<std::uint8_t>, id_kinds> first_of_kind{};
+
+std::atomic<std::uint8_t> &likely_record(std::uint16_t filter_id)
+{
+    return first_of_kind[filter_id % id_kinds];
+}
+
+void give_filter(std::size_t index, std::uint16_t filter_id) SI_NEEDS(pool)
+{
+    std::atomic<std::uint8_t> &likely = likely_record(filter_id);
+    const std::size_t first = likely.load(std::memory_order_relaxed);
+    if (first > index || records[first].filter_id % id_kinds != filter_id % id_kinds)
+        likely.store(static_cast<std::uint8_t>(index), std::memory_order_relaxed);
+    store_relaxed(records[index].filter_id, filter_id);
+}
+
+bool serves(const pid_filter &record, std::uint16_t filter_id)
+{
+    return load_acquire(record.enabled) != 0 && load_relaxed(record.filter_id) == filter_id;
+}
 
 // Calls a slot of the client's table, or says in the wrapper's name that there is none.
 template <auto Slot, class... Arguments>
@@ -211,7 +237,7 @@ std::uint32_t request_filters(site here) SI_NEEDS(pool)
 {
     std::uint32_t result = ORVA_SI_OK;
     int index = 0;
-    for (pid_filter &record : records) {
+    for (const pid_filter &record : records) {
         SiDmxFilterParam param{};
         param.option = 1;
         std::uint32_t filter_id = SI_NO_FILTER;
@@ -221,7 +247,7 @@ std::uint32_t request_filters(site here) SI_NEEDS(pool)
                       static_cast<int>(result));
             break;
         }
-        store_relaxed(record.filter_id, static_cast<std::uint16_t>(filter_id & 0xFFFF));
+        give_filter(static_cast<std::size_t>(index), low16(filter_id));
         SI_LOG_AT(here, level::trace, "dmx req section filter = %d\n", record.filter_id);
         ++index;
     }
@@ -238,9 +264,12 @@ std::span<pid_filter> pool_records()
 
 std::uint16_t pid_of_filter(std::uint32_t filter_id)
 {
-    const auto wanted = static_cast<std::uint16_t>(filter_id & 0xFFFF);
+    const std::uint16_t wanted = low16(filter_id);
+    const pid_filter &likely = records[likely_record(wanted).load(std::memory_order_relaxed)];
+    if (serves(likely, wanted))
+        return load_relaxed(likely.pid);
     for (const pid_filter &record : records)
-        if (load_acquire(record.enabled) != 0 && load_relaxed(record.filter_id) == wanted)
+        if (serves(record, wanted))
             return load_relaxed(record.pid);
     return SI_ANY_PID;
 }
