@@ -60,20 +60,36 @@ struct spare_memory {
     std::size_t bytes = 0;
 };
 constinit spare_memory spares;
-pthread_mutex_t spares_mutex = PTHREAD_MUTEX_INITIALIZER;
 
-// The spares for a scope, or not: who finds another thread at them does without. Only who is to
-// empty them waits, for a moment, and asleep: it may have a higher priority than who is at them.
+enum class claim_state : int { free, claimed, awaited };
+constinit std::atomic<claim_state> spares_state{claim_state::free};
+
+// For who finds the spares claimed: does without.
+bool claim_if_free()
+{
+    claim_state expected = claim_state::free;
+    return spares_state.compare_exchange_strong(
+        expected, claim_state::claimed, std::memory_order_acquire, std::memory_order_relaxed);
+}
+
+// Waits for a moment, and asleep: it may have a higher priority than who is at them.
+bool claim_in_the_end()
+{
+    while (spares_state.exchange(claim_state::awaited, std::memory_order_acquire) !=
+           claim_state::free)
+        spares_state.wait(claim_state::awaited, std::memory_order_relaxed);
+    return true;
+}
+
+// The spares for a scope, or not. For every section, where a mutex would cost ten times as much.
 class spares_claim {
 public:
-    explicit spares_claim(int (*take)(pthread_mutex_t *) = pthread_mutex_trylock)
-        : claimed{take(&spares_mutex) == 0}
-    {
-    }
+    explicit spares_claim(bool (*claim)()) : claimed{claim()} {}
     ~spares_claim()
     {
-        if (claimed)
-            pthread_mutex_unlock(&spares_mutex);
+        if (claimed && spares_state.exchange(claim_state::free, std::memory_order_release) ==
+                           claim_state::awaited)
+            spares_state.notify_all();
     }
     spares_claim(const spares_claim &) = delete;
     spares_claim &operator=(const spares_claim &) = delete;
@@ -235,7 +251,7 @@ void give_back(std::span<SiSection *const> sections)
 {
     std::size_t kept = 0;
     if (keeps_spares) {
-        const spares_claim claim;
+        const spares_claim claim{claim_if_free};
         if (claim.claimed && is_processing())
             kept = keep_sections(sections);
     }
@@ -248,7 +264,7 @@ void draw_spares(std::span<section_memory> wanted)
 {
     if (!keeps_spares)
         return;
-    const spares_claim claim;
+    const spares_claim claim{claim_if_free};
     if (!claim.claimed || spares.bytes == 0)
         return;
     for (section_memory &each : wanted) {
@@ -265,7 +281,7 @@ void release_spares()
         return;
     spare_memory released;
     {
-        const spares_claim claim{pthread_mutex_lock};
+        const spares_claim claim{claim_in_the_end};
         released = std::exchange(spares, spare_memory{});
     }
     free_all(released);
