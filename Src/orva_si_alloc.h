@@ -41,10 +41,11 @@ constexpr bool within(std::size_t limit, std::size_t used, std::size_t more, std
     return more <= allowed && used <= allowed - more;
 }
 
-// Section buffers are allocated in steps of 32 bytes, and freed with the same rounded size.
+// Section buffers are allocated in steps of so many bytes, and freed with the same rounded size.
+inline constexpr std::size_t section_step = 32;
 constexpr std::size_t section_buffer_size(std::size_t length)
 {
-    return (length + 31) & ~std::size_t{31};
+    return (length + section_step - 1) / section_step * section_step;
 }
 
 inline void *allocate(std::size_t size)
@@ -72,11 +73,13 @@ void release_record(T *record)
     release(record, sizeof(T));
 }
 
-// A buffer for a section of that length, which the caller fills: zero behind it.
+// A buffer for a section of that length, which the caller fills: zero behind it. The last step is
+// zeroed as a whole, which is quicker than the right part of it.
 inline std::uint8_t *section_buffer_in(void *memory, std::size_t length)
 {
     auto *buffer = static_cast<std::uint8_t *>(memory);
-    std::memset(buffer + length, 0, section_buffer_size(length) - length);
+    if (length != 0)
+        std::memset(buffer + section_buffer_size(length) - section_step, 0, section_step);
     return buffer;
 }
 

@@ -285,7 +285,7 @@ event_marks marks_of_events(bytes section)
         const std::size_t loop = be16(left.subspan<10, 2>()) & 0x0FFFu; // of descriptors
         if (loop > left.size() - event_head)
             break;
-        all |= marks_of(be16(left.first<2>()));
+        mark_event(all, be16(left.first<2>()));
         left = left.subspan(event_head + loop);
     }
     return all;

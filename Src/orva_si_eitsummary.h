@@ -102,11 +102,19 @@ struct table_progress {
 // does.
 using event_marks = std::uint64_t;
 
-constexpr event_marks marks_of(std::uint16_t event_id)
+constexpr void mark_event(event_marks &in, std::uint16_t event_id)
 {
     const std::uint64_t mixed = event_id * 0x9E3779B97F4A7C15u;
-    return event_marks{1} << (mixed >> 58) | event_marks{1} << (mixed >> 52 & 63) |
-           event_marks{1} << (mixed >> 46 & 63);
+    in |= event_marks{1} << (mixed >> 58);
+    in |= event_marks{1} << (mixed >> 52 & 63);
+    in |= event_marks{1} << (mixed >> 46 & 63);
+}
+
+constexpr event_marks marks_of(std::uint16_t event_id)
+{
+    event_marks made = 0;
+    mark_event(made, event_id);
+    return made;
 }
 
 // Of the events in front of the first one that does not lie wholly in the section.

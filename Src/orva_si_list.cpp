@@ -11,41 +11,9 @@ namespace si {
 
 namespace {
 
-// What si_list_init really makes. The hidden members only save walking: they are forgotten as soon
-// as the visible ones are not what an operation left, because then a client changed the list
-// itself.
-struct list_record {
-    si_list visible;
-    si_list_node *tail;   // last link, null when unknown
-    si_list_node *cursor; // a link in use lately, null when unknown
-    std::int32_t cursor_position;
-    std::int32_t known_count; // the visible members as they were left
-    si_list_node *known_first;
-    std::uint64_t changes;
-    list_companion *companion;
-};
 static_assert(std::is_standard_layout_v<list_record> && offsetof(list_record, visible) == 0);
 static_assert(offsetof(si_list, node) == sizeof(void *));
 static_assert(sizeof(si_list) == 2 * sizeof(void *) && sizeof(si_list_node) == 2 * sizeof(void *));
-
-void keep_visible(list_record &of)
-{
-    of.known_count = of.visible.nb_elt;
-    of.known_first = of.visible.node;
-}
-
-// Readers move the cursor too, hence the cast; the list's lock is held by all of them.
-list_record &record_of(const si_list *list)
-{
-    auto &of = *const_cast<list_record *>(reinterpret_cast<const list_record *>(list));
-    if (of.known_count != list->nb_elt || of.known_first != list->node) {
-        of.tail = nullptr;
-        of.cursor = nullptr;
-        ++of.changes;
-        keep_visible(of);
-    }
-    return of;
-}
 
 bool holds(const si_list *list, std::int32_t position)
 {
@@ -116,21 +84,11 @@ std::int32_t changed(list_record &of, std::int32_t count)
 {
     of.visible.nb_elt = count;
     ++of.changes;
-    keep_visible(of);
+    of.keep_visible();
     return count;
 }
 
 } // namespace
-
-std::uint64_t list_changes(const si_list *list)
-{
-    return record_of(list).changes;
-}
-
-list_companion *companion_of(const si_list *list)
-{
-    return record_of(list).companion;
-}
 
 void keep_companion(si_list *list, list_companion *made)
 {
