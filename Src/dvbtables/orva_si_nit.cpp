@@ -14,9 +14,9 @@ constexpr SiTableKey nit_actual{pid_nit, tid_nit_actual, SI_ANY_EXT, SI_ANY_EXT,
 
 auto names(dvb_multilingual_network_name_descriptor &naming)
 {
-    return ucsi_loop{naming, dvb_multilingual_network_name_descriptor_names_first(&naming),
-                     dvb_multilingual_network_name_descriptor_names_next,
-                     behind(naming, naming.d.len)};
+    return loop_of<dvb_multilingual_network_name_descriptor_names_next>(
+        naming, dvb_multilingual_network_name_descriptor_names_first(&naming),
+        behind(naming, naming.d.len));
 }
 
 // Asks each of a network's multilingual names in turn, until the question does not answer next.

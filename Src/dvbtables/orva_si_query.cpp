@@ -132,7 +132,7 @@ step walk_events(site here, const service_key &key, event_visitor visit)
                   service->sections != nullptr ? service->sections->nb_elt : 0);
         const step answer =
             walk_records<SiEitSection>(here, service->sections, [&](const SiEitSection &stored) {
-                return is_whole(stored) ? visit(summary_of(stored), stored) : step::next;
+                return is_whole(bytes_of(stored)) ? visit(summary_of(stored), stored) : step::next;
             });
         if (answer != step::next)
             return answer;

@@ -252,11 +252,10 @@ std::uint32_t query_bytes(site here, const SiTableKey &key, const End &end, Visi
     return conclude(here, walk_tables(here, key, section_visitor{opened}), end);
 }
 
-// Holds as many bytes as its section_length says, neither fewer nor more.
-inline bool is_whole(const SiEitSection &stored)
+// As many bytes as its section_length says, neither fewer nor more.
+inline bool is_whole(bytes section)
 {
-    return stored.section != nullptr && stored.sect_len >= section_header_bytes &&
-           stored.sect_len == section_size(stored.section);
+    return section.size() >= section_header_bytes && section.size() == section_size(section.data());
 }
 
 // How many elements the caller has room for.
@@ -270,11 +269,11 @@ int room_of(const End &end)
 }
 
 // Lets the memory of a section come while other work is done.
-inline void fetch(const SiEitSection &stored)
+inline void fetch(bytes section)
 {
     constexpr std::size_t cache_line = 64;
-    for (std::size_t at = 0; stored.section != nullptr && at < stored.sect_len; at += cache_line)
-        __builtin_prefetch(stored.section + at);
+    for (std::size_t at = 0; at < section.size(); at += cache_line)
+        __builtin_prefetch(section.data() + at);
 }
 
 // One event, as it shows from outside of a section; or any.
@@ -318,11 +317,11 @@ std::uint32_t query_events(site here, const service_key &key, const End &end, Wa
     auto opened = decoding<eit_codec, largest_section>(visit, sought, [here] {
         SI_LOG_AT(here, level::trace, "@@@@@@@@@@@@@@@@@@@@@@@@ eit_section == NULL\n");
     });
-    auto ask_section = [&](const SiEitSection &stored) {
-        return is_whole(stored) ? opened(stored.section) : step::next;
+    auto ask_section = [&](bytes section) {
+        return is_whole(section) ? opened(section.data()) : step::next;
     };
     auto ask_wanted = [&](const section_summary &known, const SiEitSection &stored) {
-        return wanted(known) ? ask_section(stored) : step::next;
+        return wanted(known) ? ask_section(bytes_of(stored)) : step::next;
     };
     const scope_lock lock{eit, here};
     if (!lock.held) {
@@ -333,14 +332,18 @@ std::uint32_t query_events(site here, const service_key &key, const End &end, Wa
     if (kept.empty())
         return conclude(here, walk_events(here, key, event_visitor{ask_wanted}), end);
     step answer = step::next;
+    std::size_t fetched = kept.known.size(); // the section that was asked for ahead; none so far
     for (std::size_t at = kept_with(sought, kept, 0);
          at < kept.known.size() && answer == step::next; at = kept_with(sought, kept, at + 1)) {
         if (!wanted(kept.known[at]))
             continue;
-        fetch(*kept.record[at]);
-        if (at + 1 < kept.known.size() && sought.may_be_in(kept.events[at + 1]))
-            fetch(*kept.record[at + 1]);
-        answer = ask_section(*kept.record[at]);
+        if (fetched != at)
+            fetch(bytes_of(*kept.record[at]));
+        if (at + 1 < kept.known.size() && sought.may_be_in(kept.events[at + 1])) {
+            fetched = at + 1;
+            fetch(bytes_of(*kept.record[fetched]));
+        }
+        answer = ask_section(bytes_of(*kept.record[at]));
     }
     return conclude(here, answer, end);
 }

@@ -179,14 +179,14 @@ void notify_time(const dvbdate_t &utc_time, std::uint32_t from_tot)
 
 auto descriptors(dvb_tot_section &tot)
 {
-    return ucsi_loop{tot, dvb_tot_section_descriptors_first(&tot), dvb_tot_section_descriptors_next,
-                     behind(tot, tot.descriptors_loop_length)};
+    return loop_of<dvb_tot_section_descriptors_next>(tot, dvb_tot_section_descriptors_first(&tot),
+                                                     behind(tot, tot.descriptors_loop_length));
 }
 
 auto offsets(dvb_local_time_offset_descriptor &d)
 {
-    return ucsi_loop{d, dvb_local_time_offset_descriptor_offsets_first(&d),
-                     dvb_local_time_offset_descriptor_offsets_next, behind(d, d.d.len)};
+    return loop_of<dvb_local_time_offset_descriptor_offsets_next>(
+        d, dvb_local_time_offset_descriptor_offsets_first(&d), behind(d, d.d.len));
 }
 
 void write_offset(SiLocalTimeOffset &to, const dvb_local_time_offset &from)

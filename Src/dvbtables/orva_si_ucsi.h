@@ -72,11 +72,9 @@ inline std::size_t extent(const dvb_eit_event &entry)
 
 // A loop walked with libucsi's accessors; ends before the first entry that does not lie wholly in
 // front of end.
-template <class Owner, class Entry>
+template <auto Next, class Owner, class Entry>
 class ucsi_loop {
 public:
-    using advance = Entry *(*)(Owner *, Entry *);
-
     class iterator {
     public:
         using value_type = Entry;
@@ -87,7 +85,7 @@ public:
         Entry &operator*() const { return *at; }
         iterator &operator++()
         {
-            at = loop.bounded(loop.next(loop.owner, at));
+            at = loop.bounded(Next(loop.owner, at));
             return *this;
         }
         void operator++(int) { ++*this; }
@@ -98,8 +96,8 @@ public:
         Entry *at;
     };
 
-    ucsi_loop(Owner &of, Entry *from, advance step_on, const std::uint8_t *up_to)
-        : owner{&of}, first{from}, next{step_on}, end_of_loop{up_to}
+    ucsi_loop(Owner &of, Entry *from, const std::uint8_t *up_to)
+        : owner{&of}, first{from}, end_of_loop{up_to}
     {
     }
     iterator begin() const { return {*this, first}; }
@@ -117,9 +115,14 @@ private:
 
     Owner *owner;
     Entry *first;
-    advance next;
     const std::uint8_t *end_of_loop;
 };
+
+template <auto Next, class Owner, class Entry>
+ucsi_loop<Next, Owner, Entry> loop_of(Owner &of, Entry *first, const std::uint8_t *up_to)
+{
+    return {of, first, up_to};
+}
 
 // The byte behind an owner's fixed part and length more.
 template <class Owner>
@@ -138,113 +141,115 @@ const std::uint8_t *end_of_section(Section &section)
 
 inline auto programs(mpeg_pat_section &pat)
 {
-    return ucsi_loop{pat, mpeg_pat_section_programs_first(&pat), mpeg_pat_section_programs_next,
-                     end_of_section(pat)};
+    return loop_of<mpeg_pat_section_programs_next>(pat, mpeg_pat_section_programs_first(&pat),
+                                                   end_of_section(pat));
 }
 inline auto streams(mpeg_pmt_section &pmt)
 {
-    return ucsi_loop{pmt, mpeg_pmt_section_streams_first(&pmt), mpeg_pmt_section_streams_next,
-                     end_of_section(pmt)};
+    return loop_of<mpeg_pmt_section_streams_next>(pmt, mpeg_pmt_section_streams_first(&pmt),
+                                                  end_of_section(pmt));
 }
 inline auto services(dvb_sdt_section &sdt)
 {
-    return ucsi_loop{sdt, dvb_sdt_section_services_first(&sdt), dvb_sdt_section_services_next,
-                     end_of_section(sdt)};
+    return loop_of<dvb_sdt_section_services_next>(sdt, dvb_sdt_section_services_first(&sdt),
+                                                  end_of_section(sdt));
 }
 inline auto transports(dvb_nit_section &nit)
 {
     struct dvb_nit_section_part2 &loop = *dvb_nit_section_part2(&nit);
-    return ucsi_loop{loop, dvb_nit_section_transports_first(&loop), dvb_nit_section_transports_next,
-                     end_of_section(nit)};
+    return loop_of<dvb_nit_section_transports_next>(loop, dvb_nit_section_transports_first(&loop),
+                                                    end_of_section(nit));
 }
 // The entries of a BAT are those of a NIT (EN 300 468, 5.2.1 and 5.2.2); libucsi's own record is
 // not packed.
 inline auto transports(dvb_bat_section &bat)
 {
     auto &loop = *reinterpret_cast<struct dvb_nit_section_part2 *>(dvb_bat_section_part2(&bat));
-    return ucsi_loop{loop, dvb_nit_section_transports_first(&loop), dvb_nit_section_transports_next,
-                     end_of_section(bat)};
+    return loop_of<dvb_nit_section_transports_next>(loop, dvb_nit_section_transports_first(&loop),
+                                                    end_of_section(bat));
 }
 
 inline auto events(dvb_eit_section &section)
 {
-    return ucsi_loop{section, dvb_eit_section_events_first(&section), dvb_eit_section_events_next,
-                     end_of_section(section)};
+    return loop_of<dvb_eit_section_events_next>(section, dvb_eit_section_events_first(&section),
+                                                end_of_section(section));
 }
 
 // ---- Descriptor loops
 
 inline auto descriptors(mpeg_pmt_section &pmt)
 {
-    return ucsi_loop{pmt, mpeg_pmt_section_descriptors_first(&pmt),
-                     mpeg_pmt_section_descriptors_next, behind(pmt, pmt.program_info_length)};
+    return loop_of<mpeg_pmt_section_descriptors_next>(pmt, mpeg_pmt_section_descriptors_first(&pmt),
+                                                      behind(pmt, pmt.program_info_length));
 }
 inline auto descriptors(mpeg_pmt_stream &stream)
 {
-    return ucsi_loop{stream, mpeg_pmt_stream_descriptors_first(&stream),
-                     mpeg_pmt_stream_descriptors_next, behind(stream, stream.es_info_length)};
+    return loop_of<mpeg_pmt_stream_descriptors_next>(
+        stream, mpeg_pmt_stream_descriptors_first(&stream), behind(stream, stream.es_info_length));
 }
 inline auto descriptors(dvb_sdt_service &service)
 {
-    return ucsi_loop{service, dvb_sdt_service_descriptors_first(&service),
-                     dvb_sdt_service_descriptors_next,
-                     behind(service, service.descriptors_loop_length)};
+    return loop_of<dvb_sdt_service_descriptors_next>(
+        service, dvb_sdt_service_descriptors_first(&service),
+        behind(service, service.descriptors_loop_length));
 }
 inline auto descriptors(dvb_nit_section &nit)
 {
-    return ucsi_loop{nit, dvb_nit_section_descriptors_first(&nit), dvb_nit_section_descriptors_next,
-                     behind(nit, nit.network_descriptors_length)};
+    return loop_of<dvb_nit_section_descriptors_next>(nit, dvb_nit_section_descriptors_first(&nit),
+                                                     behind(nit, nit.network_descriptors_length));
 }
 inline auto descriptors(dvb_bat_section &bat)
 {
-    return ucsi_loop{bat, dvb_bat_section_descriptors_first(&bat), dvb_bat_section_descriptors_next,
-                     behind(bat, bat.bouquet_descriptors_length)};
+    return loop_of<dvb_bat_section_descriptors_next>(bat, dvb_bat_section_descriptors_first(&bat),
+                                                     behind(bat, bat.bouquet_descriptors_length));
 }
 inline auto descriptors(dvb_nit_transport &transport)
 {
-    return ucsi_loop{transport, dvb_nit_transport_descriptors_first(&transport),
-                     dvb_nit_transport_descriptors_next,
-                     behind(transport, transport.transport_descriptors_length)};
+    return loop_of<dvb_nit_transport_descriptors_next>(
+        transport, dvb_nit_transport_descriptors_first(&transport),
+        behind(transport, transport.transport_descriptors_length));
 }
 
 inline auto descriptors(dvb_eit_event &event)
 {
-    return ucsi_loop{event, dvb_eit_event_descriptors_first(&event), dvb_eit_event_descriptors_next,
-                     behind(event, event.descriptors_loop_length)};
+    return loop_of<dvb_eit_event_descriptors_next>(event, dvb_eit_event_descriptors_first(&event),
+                                                   behind(event, event.descriptors_loop_length));
 }
 
 // ---- Loops of descriptors
 
 inline auto services(dvb_service_list_descriptor &list)
 {
-    return ucsi_loop{list, dvb_service_list_descriptor_services_first(&list),
-                     dvb_service_list_descriptor_services_next, behind(list, list.d.len)};
+    return loop_of<dvb_service_list_descriptor_services_next>(
+        list, dvb_service_list_descriptor_services_first(&list), behind(list, list.d.len));
 }
 inline auto languages(mpeg_iso_639_language_descriptor &list)
 {
-    return ucsi_loop{list, mpeg_iso_639_language_descriptor_languages_first(&list),
-                     mpeg_iso_639_language_descriptor_languages_next, behind(list, list.d.len)};
+    return loop_of<mpeg_iso_639_language_descriptor_languages_next>(
+        list, mpeg_iso_639_language_descriptor_languages_first(&list), behind(list, list.d.len));
 }
 inline auto pages(dvb_teletext_descriptor &teletext)
 {
-    return ucsi_loop{teletext, dvb_teletext_descriptor_entries_first(&teletext),
-                     dvb_teletext_descriptor_entries_next, behind(teletext, teletext.d.len)};
+    return loop_of<dvb_teletext_descriptor_entries_next>(
+        teletext, dvb_teletext_descriptor_entries_first(&teletext),
+        behind(teletext, teletext.d.len));
 }
 inline auto subtitles(dvb_subtitling_descriptor &subtitling)
 {
-    return ucsi_loop{subtitling, dvb_subtitling_descriptor_subtitles_first(&subtitling),
-                     dvb_subtitling_descriptor_subtitles_next,
-                     behind(subtitling, subtitling.d.len)};
+    return loop_of<dvb_subtitling_descriptor_subtitles_next>(
+        subtitling, dvb_subtitling_descriptor_subtitles_first(&subtitling),
+        behind(subtitling, subtitling.d.len));
 }
 inline auto genres(dvb_content_descriptor &content)
 {
-    return ucsi_loop{content, dvb_content_descriptor_nibbles_first(&content),
-                     dvb_content_descriptor_nibbles_next, behind(content, content.d.len)};
+    return loop_of<dvb_content_descriptor_nibbles_next>(
+        content, dvb_content_descriptor_nibbles_first(&content), behind(content, content.d.len));
 }
 inline auto ratings(dvb_parental_rating_descriptor &rating)
 {
-    return ucsi_loop{rating, dvb_parental_rating_descriptor_ratings_first(&rating),
-                     dvb_parental_rating_descriptor_ratings_next, behind(rating, rating.d.len)};
+    return loop_of<dvb_parental_rating_descriptor_ratings_next>(
+        rating, dvb_parental_rating_descriptor_ratings_first(&rating),
+        behind(rating, rating.d.len));
 }
 
 // ---- Descriptors by type: tag and codec
