@@ -48,7 +48,9 @@ public:
         const bool first = !found_any;
         found_any = true;
         if (chosen.json) {
-            put(guide_json_service(one, first));
+            page.clear(); // its memory stays, for the next one is as long
+            append_guide_json_service(page, one, first);
+            put(page);
         } else if (const std::string text = guide_text_service(one, style); !text.empty()) {
             put(found_events ? '\n' + text : text);
         }
@@ -70,6 +72,7 @@ private:
 
     const options &chosen;
     guide_style style;
+    std::string page;
 };
 
 // Says on standard error what the results lack; the exit status.

@@ -13,7 +13,7 @@ namespace tool {
 // JSON in three parts, so that no more than a service is held: what stands before the services,
 // each of them, and the end with a line break. UTF-8 whatever the input is called.
 std::string guide_json_head(const std::string &input);
-std::string guide_json_service(const guide_service &of, bool first);
+void append_guide_json_service(std::string &out, const guide_service &of, bool first);
 std::string guide_json_end(bool complete, bool any_services);
 
 std::string guide_json(const std::vector<guide_service> &services, const std::string &input,

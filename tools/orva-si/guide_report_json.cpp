@@ -112,13 +112,12 @@ std::string guide_json_head(const std::string &input)
            ",\n  \"services\": [";
 }
 
-std::string guide_json_service(const guide_service &of, bool first)
+void append_guide_json_service(std::string &out, const guide_service &of, bool first)
 {
     constexpr unsigned level = 2; // a list in the one object
-    std::string out = first ? "\n    " : ",\n    ";
+    out += first ? "\n    " : ",\n    ";
     json_writer to{out, level};
     write_service(to, of);
-    return out;
 }
 
 // Whether it is complete is known last.
@@ -134,7 +133,7 @@ std::string guide_json(const std::vector<guide_service> &services, const std::st
     std::string told = guide_json_head(input);
     bool any = false;
     for (const guide_service &one : services) {
-        told += guide_json_service(one, !any);
+        append_guide_json_service(told, one, !any);
         any = true;
     }
     return told + guide_json_end(complete, any);
