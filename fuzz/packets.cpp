@@ -275,12 +275,13 @@ void start_channel()
     static std::uint32_t frequency = 0;
     const SiTuneParam param{++frequency % 2 + 1, 0, 0, 1}; // another one each time: empty stores
     Orva_Si_StartChannel(&param);
-    const std::array<std::uint16_t, 2> services{1, 2};
-    const SiEitRequest other{2, 1, 1};
+    constexpr std::uint16_t any = SI_ANY_EXT; // whose sections come in batches
+    const std::array<std::uint16_t, 3> services{1, 2, any};
+    const std::array<SiEitRequest, 2> others{{{2, 1, any}, {3, 1, 1}}};
     Orva_Si_StartActualPFEIT(1, 1, 1, services.data(), services.size());
     Orva_Si_StartActualScheduleEIT(1, 1, 1, services.data(), services.size());
-    Orva_Si_StartOtherPFEIT(&other, 1);
-    Orva_Si_StartOtherSchedulEIT(&other, 1);
+    Orva_Si_StartOtherPFEIT(others.data(), others.size());
+    Orva_Si_StartOtherSchedulEIT(others.data(), others.size());
     Si_CtlHelper_SetDSMCCEnableFlag(1);
     Orva_Si_StartDsmFilter(data_pid);
 }
