@@ -38,7 +38,8 @@ int main(int argc, char **argv)
     }
     int status = 1;
     if (Orva_Si_Init(orva_demux_handler()) == ORVA_SI_OK) {
-        while (Orva_Si_GetTableList() == NULL) /* the library's thread creates it */
+        /* The library's thread creates the store. */
+        for (unsigned tries = 0; tries < 5000 && Orva_Si_GetTableList() == NULL; ++tries)
             Orva_Sleep(1);
         if (Orva_Si_StartScanChannel() != ORVA_SI_OK) /* blocks; what was found stays readable */
             fprintf(stderr, "%s: scan incomplete\n", argv[1]);

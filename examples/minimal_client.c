@@ -206,8 +206,8 @@ int main(int argc, char **argv)
     if (Orva_Si_InstallCallback(on_news) == ORVA_SI_OK && /* both before the first start */
         Orva_Si_InstallISO639toIDFunc(number_of_language) == ORVA_SI_OK &&
         Orva_Si_Init(orva_demux_handler()) == ORVA_SI_OK) {
-        while (Orva_Si_GetTableList() == NULL) /* the library's thread creates it */
-            Orva_Sleep(1);
+        for (unsigned tries = 0; tries < 5000 && Orva_Si_GetTableList() == NULL; ++tries)
+            Orva_Sleep(1); /* the library's thread creates it */
         status = watch(program);
         Orva_Si_DeInit();
     }

@@ -413,8 +413,8 @@ int main(void)
         Orva_Si_InstallISO639toIDFunc(one_language) != ORVA_SI_OK ||
         Orva_Si_Init(&handler) != ORVA_SI_OK)
         return 1;
-    while (Orva_Si_GetTableList() == NULL) /* the library's thread creates it */
-        Orva_Sleep(1);
+    for (unsigned tries = 0; tries < 5000 && Orva_Si_GetTableList() == NULL; ++tries)
+        Orva_Sleep(1); /* the library's thread creates it */
     const bool found = scan() && watch_other_multiplexes();
     Orva_Si_DeInit(); /* stops the channel and releases the filters */
     close_driver();

@@ -126,8 +126,8 @@ int main(int argc, char **argv)
     }
     int status = 1;
     if (Orva_Si_Init(orva_demux_handler()) == ORVA_SI_OK) {
-        while (Orva_Si_GetTableList() == NULL) /* the library's thread creates it */
-            Orva_Sleep(1);
+        for (unsigned tries = 0; tries < 5000 && Orva_Si_GetTableList() == NULL; ++tries)
+            Orva_Sleep(1); /* the library's thread creates it */
         status = run(&interrupt);
         Orva_Si_DeInit();
     }

@@ -102,11 +102,18 @@ add_test(NAME examples.readme COMMAND readme_client ${sample})
 set_tests_properties(examples.readme PROPERTIES PASS_REGULAR_EXPRESSION "  101  Orva One HD\n.*  109  Orva Ultra"
     ENVIRONMENT "${orva_test_environment}" TIMEOUT 60 FIXTURES_REQUIRED orva_sample)
 
-# What the guides show: the present event is 1767268800, 2026-01-01 12:00 UTC.
-orva_test_example(client_guide client_guide 0
-    "on air\nboth\n1767268800 +1800 The News\n1767270600 +5400 The Lighthouse Keeper's Cat\nscan cancelled\n" ${sample} 101)
-orva_test_example(client_guide.not_in_pat client_guide 0 "not in the PAT\nscan cancelled\n" ${sample} 999)
-set_tests_properties(examples.client_guide examples.client_guide.not_in_pat PROPERTIES FIXTURES_REQUIRED orva_sample)
+# What the guides show: the present event begins at 1767268800, 2026-01-01 12:00 UTC. The schedule has two days, a section
+# for each three hours; four of the sixteen are over and empty, in each other one events begin.
+set(streams "stream 65281.1001\nstream 65281.1002\nscan cancelled\n")
+orva_test_example(client_guide client_guide 0 "on air\nboth
+1767268800 +1800 The News\n1767270600 +5400 The Lighthouse Keeper's Cat
+schedule 0 1, 12 sections with events\n1767268800 +1800 The News\n${streams}" ${sample} 101)
+orva_test_example(client_guide.other_language client_guide 0 "on air\nboth
+1767268800 +3600 Wirtschaft für alle\n1767272400 +7200 The Silent Witness
+schedule 0 1, 12 sections with events\n1767268800 +3600 Wirtschaft für alle\n${streams}" ${sample} 108)
+orva_test_example(client_guide.not_in_pat client_guide 0 "not in the PAT\n${streams}" ${sample} 999)
+set_tests_properties(examples.client_guide examples.client_guide.other_language examples.client_guide.not_in_pat
+    PROPERTIES FIXTURES_REQUIRED orva_sample)
 set(alone "enabled without a setting: no\nover behind slot 6: yes\nover behind slot 4: yes\nlate callbacks: 0\n")
 set(pcr_pids "")
 foreach(number RANGE 8) # of the sample: programs have 16 PIDs each
