@@ -43,8 +43,9 @@ set(all ${found})
 files_of(include *.h include headers)
 files_of(examples * ${docdir}/examples examples)
 files_of(docs *.md ${docdir}/docs documents)
+files_of(docs *.svg ${docdir}/docs plots)
 list(FILTER documents EXCLUDE REGEX "/docs/api/") # is what the reference is made from
-list(APPEND devel ${headers} ${examples} ${documents})
+list(APPEND devel ${headers} ${examples} ${documents} ${plots})
 install_to(${work}/devel found --component devel)
 set(package ${found}) # the targets also have a file for each configuration
 list(FILTER package INCLUDE REGEX "/cmake/OrvaSi/OrvaSi(Config|ConfigVersion|Targets|Targets-[a-z]+)\\.cmake$")
