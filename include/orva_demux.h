@@ -104,8 +104,9 @@ typedef struct OrvaDemuxStatus {
  * @return the demultiplexer, to be closed with orva_demux_close; null on failure
  *
  * A regular file is probed here: one that is empty or not a transport stream is refused. A pipe is
- * probed while it is read: see OrvaDemuxStatus. Opening a named pipe waits for its writer. The
- * carousel begins at the end of the input: a pipe that stays open but silent never reaches it.
+ * probed while it is read: see OrvaDemuxStatus. Opening a named pipe waits for its writer, which
+ * only a signal that is not blocked cuts short. The carousel begins at the end of the input: a pipe
+ * that stays open but silent never reaches it.
  */
 ORVA_SI_API OrvaDemux *orva_demux_open(const char *input, const OrvaDemuxOptions *options,
                                        OrvaDemuxError *error);

@@ -256,7 +256,7 @@ ORVA_SI_API uint32_t Orva_Si_GetEvtNameByID(uint32_t onid, uint32_t ts, uint32_t
                                             uint32_t language_id, uint8_t bisbanner);
 
 /**
- * The languages of the event's short_event_descriptors.
+ * The languages of the event's short_event_descriptors, in their order, one for each of them.
  *
  * @return ORVA_SI_OK; ORVA_SI_ARRAY_FULL; ORVA_SI_NO_DATA when there is none; ORVA_SI_FAILURE
  * (lock); ORVA_SI_NULL_ARGUMENT

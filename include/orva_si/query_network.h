@@ -95,7 +95,7 @@ typedef struct SiTerrDelivery {
 typedef struct SiNordigLcn {
     uint8_t visible_service_flag; /**< 1 to be shown in lists, 0 reached by its number only */
     uint16_t serv_id;             /**< service_id */
-    uint16_t lcn;                 /**< logical_channel_number, 10 or 14 bits by the LCN mode */
+    uint16_t lcn;                 /**< logical_channel_number, 10 bits: asked for with lcn_mode 0 */
 } SiNordigLcn;
 
 /** A channel list of that descriptor. */
@@ -249,7 +249,8 @@ ORVA_SI_API uint32_t Orva_Si_GetFrequencyListDescriptor(uint32_t nid, uint32_t t
  * @name Logical channel numbers and other private descriptors
  * @par Arguments
  * - `lcn_mode`: 0 takes the low 10 bits of a logical_channel_number, as EACEM (specifier 0x28) and
- * most others code it, 1 the low 14 of NorDig (specifier 0x29); any other leaves lcn unwritten
+ * NorDig's version 2 code it, 1 the low 14 of NorDig's version 1 (0x83 under specifier 0x29); any
+ * other leaves lcn unwritten
  * @{
  */
 
