@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "orva_si_sectflt_queue.h"
 
+#include <cerrno>
+#include <semaphore.h>
+
 #include <algorithm>
 #include <atomic>
 #include <new>
@@ -18,8 +21,23 @@ pthread_mutex_t queue_mutex = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
 #else
 pthread_mutex_t queue_mutex = PTHREAD_MUTEX_INITIALIZER;
 #endif
-pthread_cond_t queue_filled = PTHREAD_COND_INITIALIZER;
 constinit store_mutex queue_lock{queue_mutex};
+
+// What the section thread sleeps on, posted once for each time that it says it waits. A condition
+// would take the lock for it behind each sleep, and leave it as if others waited: a call of the
+// system more.
+struct alarm {
+    alarm() { sem_init(&rung, 0, 0); }
+    void ring() { sem_post(&rung); }
+    void wait()
+    {
+        while (sem_wait(&rung) != 0 && errno == EINTR) {
+        }
+    }
+
+    sem_t rung;
+};
+alarm queue_filled;
 
 // Sections that wait for the section thread. Changed with the lock held; the two sizes are read
 // without it.
@@ -214,21 +232,24 @@ std::size_t enqueue(site here, std::span<SiSection *const> sections)
         wakes = std::exchange(queue.thread_waiting, false);
     }
     if (wakes)
-        pthread_cond_signal(&queue_filled);
+        queue_filled.ring();
     return taken;
 }
 
 taken_sections wait_for_sections(site here, section_batch &into)
 {
-    const scope_lock lock{queue_lock, here};
-    while (queued_sections() == 0) {
-        store_release(thread_busy, 0);
-        queue.thread_waiting = true;
-        pthread_cond_wait(&queue_filled, &queue_mutex);
-        queue.thread_waiting = false;
+    for (;;) {
+        {
+            const scope_lock lock{queue_lock, here};
+            if (queued_sections() != 0) {
+                store_release(thread_busy, 1);
+                return take_all(into);
+            }
+            store_release(thread_busy, 0);
+            queue.thread_waiting = true;
+        }
+        queue_filled.wait();
     }
-    store_release(thread_busy, 1);
-    return take_all(into);
 }
 
 taken_sections take_sections(site here, section_batch &into)

@@ -117,6 +117,7 @@ bool open_delivery()
     state.stopping = false;
     state.delivered = 0;
     state.congested = 0;
+    state.delivered_before = 0;
     state.pending = 0;
     return true;
 }
@@ -140,6 +141,8 @@ void close_delivery()
     state.used_ids = 0;
     state.lent.clear();
     state.lent_count = 0;
+    state.full.clear();
+    state.in_full = 0;
     state.spare.clear();
     state.thread = {};
     state.open = false;
@@ -211,8 +214,10 @@ bool wait_for_room()
     for (std::chrono::microseconds pause = shortest_pause; !stopped();
          pause = std::min(pause * 2, longest_pause)) {
         state.pending = pending_sections();
-        if (state.pending == 0)
+        if (state.pending == 0 && state.delivered != state.delivered_before) {
             ++state.epoch;
+            state.delivered_before = state.delivered;
+        }
         if (state.pending < room && state.lent_count.load(std::memory_order_relaxed) < most_lent)
             return true;
         std::this_thread::sleep_for(pause);
@@ -232,7 +237,18 @@ bool still_queued(section_filter &filter, std::uint64_t content)
     return filter.given_epoch == the_delivery().epoch && filter.given.contains(content);
 }
 
-bool give(held_lock &held, std::uint32_t id, bytes section, std::uint64_t content)
+void drop_batches(std::uint32_t id)
+{
+    delivery &state = the_delivery();
+    state.filters[id].batch.reset();
+    std::erase_if(state.full, [&](const full_batch &each) {
+        if (each.id == id)
+            state.in_full -= each.sections->sizes.size();
+        return each.id == id;
+    });
+}
+
+bool give(std::uint32_t id, bytes section, std::uint64_t content)
 {
     delivery &state = the_delivery();
     section_filter &filter = state.filters[id];
@@ -242,10 +258,7 @@ bool give(held_lock &held, std::uint32_t id, bytes section, std::uint64_t conten
         filter.batch_due = steady::now() + batch_patience;
     }
     add_section(*filter.batch, section);
-    if (filter.batch->sizes.size() < batch_length(filter.setting))
-        return false;
-    flush_batch(held, id);
-    return true;
+    return filter.batch->sizes.size() >= batch_length(filter.setting);
 }
 
 void flush_batch(held_lock &held, std::uint32_t id)
@@ -260,6 +273,35 @@ std::optional<std::uint32_t> due_batch(const delivery &of, steady::time_point no
             return id;
     return std::nullopt;
 }
+
+namespace {
+
+void set_aside(delivery &of, std::uint32_t id)
+{
+    of.in_full += of.filters[id].batch->sizes.size();
+    of.full.push_back({id, std::move(of.filters[id].batch)});
+}
+
+// Every batch waits for room; a filter that was changed meanwhile has none left.
+void give_full_batches()
+{
+    delivery &state = the_delivery();
+    held_lock held{state.lock};
+    while (!state.full.empty()) {
+        held.unlock();
+        if (!wait_for_room())
+            return;
+        held.lock();
+        if (state.full.empty())
+            return;
+        full_batch first = std::move(state.full.front());
+        state.full.pop_front();
+        state.in_full -= first.sections->sizes.size();
+        deliver(held, first.id, std::move(first.sections));
+    }
+}
+
+} // namespace
 
 void offer(std::uint16_t pid, bytes section, std::uint64_t content)
 {
@@ -281,19 +323,23 @@ void offer(std::uint16_t pid, bytes section, std::uint64_t content)
         const bool takes = is_armed(filter) && filter.setting.pid == pid &&
                            filter.effective <= now && passes(filter.setting, section) &&
                            !still_queued(filter, content);
-        if (!takes || !give(held, id, section, content) || filter.setting.list_mode == 0)
+        if (!takes || !give(id, section, content))
             continue;
-        // A whole batch may have used up the room for the filters behind it.
-        held.unlock();
-        if (!wait_for_room())
-            return;
-        held.lock();
+        if (filter.setting.list_mode == 0)
+            flush_batch(held, id);
+        else
+            set_aside(state, id);
     }
+    if (state.in_full < burst)
+        return;
+    held.unlock();
+    give_full_batches();
 }
 
 void flush_batches(bool all)
 {
     delivery &state = the_delivery();
+    give_full_batches();
     const auto any_due = [&] {
         const held_lock held{state.lock};
         return due_batch(state, steady::now(), all).has_value();

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -27,6 +28,7 @@ namespace si::demux {
 
 inline constexpr std::uint32_t filter_ids = 257; // 0 to 256 without SI_NO_FILTER: 256 filters
 inline constexpr std::uint32_t room = 64; // sections that may be pending before one more is taken
+inline constexpr std::size_t burst = 48;  // sections in full batches that are given in one go
 inline constexpr std::uint32_t congestion = 100; // from so many on the receiver drops
 inline constexpr std::size_t most_lent =
     1024; // buffers that are with the receiver: no room with more
@@ -44,6 +46,12 @@ struct delivery_buffer {
     std::vector<std::uint8_t> data;
     std::vector<std::uint32_t> sizes;
     std::vector<SiDmxSection> list;
+};
+
+// A batch that waits for others to be full, so that the receiver is woken once for all of them.
+struct full_batch {
+    std::uint32_t id; // of the filter
+    std::unique_ptr<delivery_buffer> sections;
 };
 
 // The way of a filter through the carousel: every sub-table of its PID, of each every section.
@@ -86,6 +94,8 @@ struct delivery {
     std::thread::id thread; // the delivering one
     std::array<section_filter, filter_ids> filters;
     std::uint32_t used_ids = 0;                                // all ids in use are below
+    std::deque<full_batch> full;                               // in the order they became it
+    std::size_t in_full = 0;                                   // sections of these
     std::optional<std::uint32_t> running;                      // the filter whose callback runs
     std::uint64_t callbacks = 0;                               // that have ended
     std::array<std::atomic<std::uint16_t>, pid_total> armed{}; // enabled filters of each PID
@@ -96,7 +106,8 @@ struct delivery {
     std::uint64_t delivered = 0;
     std::uint64_t congested = 0;
     std::uint32_t pending = 0; // as last asked; delivering thread only
-    std::uint64_t epoch = 0;   // grows whenever nothing was pending; delivering thread only
+    std::uint64_t epoch = 0;   // grows when all that was given is done; delivering thread only
+    std::uint64_t delivered_before = 0; // as of the last epoch; delivering thread only
 };
 
 // The one delivery of the process: the handlers carry no context.
@@ -149,7 +160,7 @@ bool wait_for_room();
 
 // Gives a section to every filter that it passes. content: see keep.
 void offer(std::uint16_t pid, bytes section, std::uint64_t content);
-// Batches that are due go out; all: every batch.
+// Batches that are full or due go out; all: every batch. To be called before input is waited for.
 void flush_batches(bool all = false);
 // When the next batch is due; the far future when none is begun.
 steady::time_point next_batch_due();
@@ -159,13 +170,15 @@ void let_others_pass();
 // have in memory.
 void serve(carousel &from, packet_reader &again);
 
-// ---- Steps of the delivery; the lock is held. give and flush_batch release it while the callback
-// runs: what is known of any filter may be out of date behind them.
+// ---- Steps of the delivery; the lock is held. flush_batch releases it while the callback runs:
+// what is known of any filter may be out of date behind it.
 
 void forget_given(section_filter &filter);
+// All that waits for delivery to a filter.
+void drop_batches(std::uint32_t id);
 bool still_queued(section_filter &filter, std::uint64_t content);
-// Whether the section completed a batch.
-bool give(held_lock &held, std::uint32_t id, bytes section, std::uint64_t content);
+// Adds a section to the batch of a filter; answers whether that is full.
+bool give(std::uint32_t id, bytes section, std::uint64_t content);
 void flush_batch(held_lock &held, std::uint32_t id);
 // A filter whose batch is due; all: any batch.
 std::optional<std::uint32_t> due_batch(const delivery &of, steady::time_point now, bool all);

@@ -99,13 +99,19 @@ void end_run(held_lock &held, std::uint32_t id, steady::time_point now)
         flush_batch(held, id);
 }
 
+void give_now(held_lock &held, std::uint32_t id, bytes section, std::uint64_t content)
+{
+    if (give(id, section, content))
+        flush_batch(held, id);
+}
+
 // A section that is not in memory is read without the lock. A filter that was changed meanwhile is
 // not given it: it was found for the former setting.
 void give_kept(held_lock &held, std::uint32_t id, const kept_section &section, packet_reader &again)
 {
     const section_filter &filter = the_delivery().filters[id];
     if (section.data != nullptr) {
-        give(held, id, section.all(), section.content);
+        give_now(held, id, section.all(), section.content);
         return;
     }
     const std::uint16_t pid = filter.setting.pid;
@@ -114,7 +120,7 @@ void give_kept(held_lock &held, std::uint32_t id, const kept_section &section, p
     const bytes read = fetch(again, pid, section);
     held.lock();
     if (!read.empty() && is_armed(filter) && filter.effective == since)
-        give(held, id, read, section.content);
+        give_now(held, id, read, section.content);
 }
 
 // One step for the first filter that is due, beginning with a given one; answers which, or none.

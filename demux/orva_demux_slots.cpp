@@ -34,7 +34,7 @@ void silence(held_lock &held, std::uint32_t id)
     if (filter.enabled && armed_count(filter) != nullptr)
         --*armed_count(filter);
     filter.enabled = false;
-    filter.batch.reset();
+    drop_batches(id);
     forget_given(filter);
     filter.times = {};
     state.work.notify_all();

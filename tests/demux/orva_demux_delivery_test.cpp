@@ -2,6 +2,8 @@
 // Filters through the seven slots: which are granted, when settings take effect, the first pass,
 // batches, buffers.
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <set>
 
 #include "demux/client.h"
@@ -373,6 +375,60 @@ TEST_F(Batches, OfAFormerSettingAreDropped)
     load(id, in_batches(on_pid(0), 100));
     std::this_thread::sleep_for(150ms);
     EXPECT_EQ(count(), 0u);
+}
+
+// The receiver is woken for all of them once.
+TEST_F(Batches, FullOnesAreGivenTogether)
+{
+    open(stream{}.sections(0, numbered_pats(96)));
+    std::array<std::uint64_t, 96> read{};
+    std::atomic<std::size_t> seen = 0;
+    on_each_section([&](std::uint32_t, const octets &) {
+        if (seen < read.size()) {
+            read[seen] = status().sections;
+            ++seen;
+        }
+    });
+    arm(in_batches(on_pid(0), 8));
+    ASSERT_TRUE(eventually([&] { return seen == read.size(); }));
+    on_each_section(nullptr);
+    close();
+    for (std::size_t i = 0; i < read.size(); ++i)
+        EXPECT_EQ(read[i], i < 48 ? 48u : 96u) << "when section " << i << " was given";
+}
+
+TEST_F(Batches, FullOneDoesNotWaitForMoreInput)
+{
+    open(pipe());
+    arm(in_batches(on_pid(0), 3));
+    stream ts;
+    ts.sections(0, numbered_pats(3));
+    for (int i = 0; i < 8; ++i)
+        ts.packet(0x1FFF, {});
+    feed(ts.bytes);
+    EXPECT_TRUE(eventually([] { return count() == 3; }));
+    EXPECT_EQ(status().state, ORVA_DEMUX_READING);
+}
+
+TEST_F(Batches, FullOneOfAFormerSettingIsDropped)
+{
+    open(pipe());
+    const std::uint32_t first = arm(in_batches(on_pid(0), 3));
+    const std::uint32_t second = arm(in_batches(on_pid(0), 3));
+    std::this_thread::sleep_for(20ms); // both have taken effect
+    on_each_section([](std::uint32_t, const octets &) { fake::pending = 64; });
+    stream ts;
+    ts.sections(0, numbered_pats(3));
+    for (int i = 0; i < 8; ++i)
+        ts.packet(0x1FFF, {});
+    feed(ts.bytes);
+    ASSERT_TRUE(eventually([] { return count() == 3; }));
+    EXPECT_EQ(all()[2].filter, first);
+    load(second, in_batches(on_pid(0), 3));
+    on_each_section(nullptr);
+    fake::pending = 0;
+    std::this_thread::sleep_for(50ms);
+    EXPECT_EQ(count(), 3u);
 }
 
 TEST_F(Batches, WaitForRoomToo)
