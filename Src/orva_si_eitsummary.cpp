@@ -2,6 +2,7 @@
 #include "orva_si_eitsummary.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <new>
 
@@ -116,29 +117,28 @@ void enter_slot(summary_memory *in, std::size_t at)
 }
 
 // Notes what the bytes of a record say.
-void note(summary_memory *in, std::size_t at, const SiEitSection &stored)
+void note(summary_memory *in, std::size_t at, const SiEitSection &stored, std::uint32_t crc)
 {
-    known(in)[at] = summary_of(stored);
+    known(in)[at] = summary_of(stored, crc);
     marks(in)[at] = marks_of_events(bytes_of(stored));
 }
 
-void put(summary_memory *to, SiEitSection *record)
+void put(summary_memory *to, SiEitSection *record, std::uint32_t crc)
 {
     records(to)[to->count] = record;
-    note(to, to->count, *record);
+    note(to, to->count, *record, crc);
     enter_slot(to, to->count);
     ++to->count;
 }
 
-// Few steps, for GLib keeps the small blocks that are grown out of: present and following alone,
-// the first day of the schedule too, then a few days each.
+// Few steps, for what was noted is copied at each, and GLib keeps the small blocks that are grown
+// out of: present and following alone, with the first day of the schedule, with half of its usual
+// eight days, with all of them.
 std::size_t capacity_for(std::size_t count)
 {
-    if (count < 4)
-        return 4;
-    if (count < 16)
-        return 16;
-    return count + std::max<std::size_t>(24, count / 8);
+    constexpr std::array<std::size_t, 4> steps{4, 16, 40, 68};
+    const auto step = std::ranges::upper_bound(steps, count);
+    return step != steps.end() ? *step : count + std::max<std::size_t>(24, count / 8);
 }
 
 // The same with other room; null without memory, the old one being kept then.
@@ -192,7 +192,7 @@ summary_memory *rebuilt(si_list *sections)
     made->every_one_distinct = made->slots != 0;
     std::fill_n(slots(made), made->slots, std::uint8_t{0});
     for (SiEitSection &stored : elements<SiEitSection>(sections))
-        put(made, &stored);
+        put(made, &stored, crc_of(bytes_of(stored)));
     made->changes = list_changes(sections);
     return made;
 }
@@ -326,7 +326,7 @@ std::optional<bool> known_complete(si_list *sections, std::uint8_t received_tabl
     return of->state == progress_state::complete;
 }
 
-void summary_appended(si_list *sections, SiEitSection *appended)
+void summary_appended(si_list *sections, SiEitSection *appended, std::uint32_t crc)
 {
     summary_memory *kept = kept_beside(sections);
     if (kept == nullptr || kept->changes + 1 != list_changes(sections)) {
@@ -336,7 +336,7 @@ void summary_appended(si_list *sections, SiEitSection *appended)
     kept = grown(sections, kept);
     if (kept == nullptr)
         return;
-    put(kept, appended);
+    put(kept, appended, crc);
     ++kept->changes;
 }
 
@@ -352,7 +352,7 @@ void summary_replaced(si_list *sections, const SiEitSection *stored)
         return;
     const auto at = static_cast<std::size_t>(found - first);
     const std::uint8_t before = known(kept)[at].received_table_id;
-    note(kept, at, *stored);
+    note(kept, at, *stored, crc_of(bytes_of(*stored)));
     const std::uint8_t now = known(kept)[at].received_table_id;
     for (table_progress &table : tables(kept)) // is counted anew when it is asked for
         if (table.table_id == before || table.table_id == now)

@@ -51,16 +51,21 @@ inline std::uint32_t crc_of(bytes section)
     return whole ? crc_field(section.data()) : 0;
 }
 
-inline section_summary summary_of(const SiEitSection &stored)
+inline section_summary summary_of(const SiEitSection &stored, std::uint32_t crc)
 {
     const bytes section = bytes_of(stored);
-    return {.crc = crc_of(section),
+    return {.crc = crc,
             .table_id = stored.table_id,
             .section_number = stored.section_number,
             .received_table_id = byte_at(section, 0),
             .version = version_of(byte_at(section, 5)),
             .last_section_number = byte_at(section, 7),
             .held = !section.empty()};
+}
+
+inline section_summary summary_of(const SiEitSection &stored)
+{
+    return summary_of(stored, crc_of(bytes_of(stored)));
 }
 
 enum class progress_state : std::uint8_t { counting, complete, other_version };
@@ -135,8 +140,8 @@ struct service_summary {
 service_summary fitting_summary(const si_list *sections);
 // The same, and builds one where that is needed and there is memory.
 service_summary ready_summary(si_list *sections);
-// A record was just appended to the list.
-void summary_appended(si_list *sections, SiEitSection *appended);
+// A record was just appended to the list; crc: see crc_of.
+void summary_appended(si_list *sections, SiEitSection *appended, std::uint32_t crc);
 // A record of the list has other bytes now.
 void summary_replaced(si_list *sections, const SiEitSection *stored);
 

@@ -168,7 +168,7 @@ outcome append(site here, SiEitService &service, const eit_arrival &in) SI_NEEDS
         release_record(stored);
         return {news::first, true};
     }
-    summary_appended(service.sections, stored);
+    summary_appended(service.sections, stored, in.crc);
     return {news::first, true};
 }
 
