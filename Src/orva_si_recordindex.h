@@ -18,7 +18,9 @@ namespace si {
 
 // Open addressing over twice the records that the store may hold, so that probes stay short and
 // always end. Records with a key that an older one has already are left out, and counted: the
-// oldest is the one found. Everything runs with the lock of the list held.
+// oldest is the one found. Beside the slots lies a part of the hash of each key, so that a probe
+// hardly ever reads a record that it does not look for. Everything runs with the lock of the list
+// held.
 template <class Record, std::size_t Most, std::uint64_t (*KeyOf)(const Record &)>
 class record_index {
 public:
@@ -37,10 +39,8 @@ public:
 
     Record *find(std::uint64_t key) const
     {
-        for (std::size_t slot = home(key); record[slot] != nullptr; slot = next(slot))
-            if (KeyOf(*record[slot]) == key)
-                return record[slot];
-        return nullptr;
+        const std::size_t slot = slot_of(key);
+        return tags[slot] != no_tag ? record[slot] : nullptr;
     }
 
     // A record was just appended to the list. False when the list changed otherwise too.
@@ -79,12 +79,30 @@ private:
     static constexpr std::size_t slots = 2 * Most;
     static_assert(std::has_single_bit(slots));
 
+    static constexpr std::uint64_t hash(std::uint64_t key) { return key * 0x9E3779B97F4A7C15u; }
     static constexpr std::size_t home(std::uint64_t key)
     {
-        return static_cast<std::size_t>(key * 0x9E3779B97F4A7C15u >>
-                                        (64 - std::countr_zero(slots)));
+        return static_cast<std::size_t>(hash(key) >> (64 - std::countr_zero(slots)));
     }
     static constexpr std::size_t next(std::size_t slot) { return (slot + 1) % slots; }
+
+    // Of an empty slot; its record is null.
+    static constexpr std::uint16_t no_tag = 0;
+    static constexpr std::uint16_t tag_of(std::uint64_t key)
+    {
+        return static_cast<std::uint16_t>(hash(key) >> 32 | 1);
+    }
+
+    // Where a key is, or the empty slot where it would be.
+    std::size_t slot_of(std::uint64_t key) const
+    {
+        const std::uint16_t tag = tag_of(key);
+        std::size_t slot = home(key);
+        __builtin_prefetch(&record[slot]);
+        while (tags[slot] != no_tag && !(tags[slot] == tag && KeyOf(*record[slot]) == key))
+            slot = next(slot);
+        return slot;
+    }
 
     void note(si_list *of)
     {
@@ -101,20 +119,20 @@ private:
     void put(Record *added)
     {
         const std::uint64_t key = KeyOf(*added);
-        std::size_t slot = home(key);
-        for (; record[slot] != nullptr; slot = next(slot)) {
-            if (KeyOf(*record[slot]) == key) {
-                ++hidden;
-                return;
-            }
+        const std::size_t slot = slot_of(key);
+        if (tags[slot] != no_tag) {
+            ++hidden;
+            return;
         }
         record[slot] = added;
+        tags[slot] = tag_of(key);
     }
 
     template <class Visit>
     void rebuild(si_list *of, Visit visit)
     {
         record.fill(nullptr);
+        tags.fill(no_tag);
         hidden = 0;
         usable = false;
         visit(static_cast<Record *>(nullptr));
@@ -143,14 +161,17 @@ private:
             const std::size_t wanted = home(KeyOf(*record[slot]));
             if ((slot - wanted) % slots >= (slot - gap) % slots) {
                 record[gap] = record[slot];
+                tags[gap] = tags[slot];
                 gap = slot;
             }
         }
         record[gap] = nullptr;
+        tags[gap] = no_tag;
         return hidden == 0;
     }
 
     std::array<Record *, slots> record{};
+    std::array<std::uint16_t, slots> tags{};
     si_list *list = nullptr;
     std::uint64_t changes = 0;
     std::int32_t elements = 0;
