@@ -253,7 +253,9 @@ typedef struct filter_task {
 
 /**
  * @name The driver's functions
- * Each calls its function of the table.
+ * Each calls its function of the table. Once Orva_Si_Init was called a client uses
+ * Si_SectFlt_EnableSecFilter alone of these: the library calls the others one at a time, which a
+ * driver relies on.
  *
  * @par Results
  * ORVA_SI_NULL_ARGUMENT without table or function, else what that function returns.
