@@ -170,17 +170,24 @@ bool wait_for_setting()
     delivery &state = the_delivery();
     held_lock held{state.lock};
     state.thread = std::this_thread::get_id();
+    steady::time_point at_the_latest = far_future;
     while (!stopped()) {
         steady::time_point first = far_future;
+        steady::time_point last{};
         for (const section_filter &filter : state.filters)
-            if (is_armed(filter))
+            if (is_armed(filter)) {
                 first = std::min(first, filter.effective);
-        if (first <= steady::now())
-            return true;
-        if (first == far_future)
+                last = std::max(last, filter.effective);
+            }
+        if (first == far_future) {
             state.work.wait(held);
-        else
-            state.work.wait_until(held, first);
+            continue;
+        }
+        at_the_latest = std::min(at_the_latest, first + longest_start);
+        const steady::time_point begin = std::max(first, std::min(last + settled, at_the_latest));
+        if (begin <= steady::now())
+            return true;
+        state.work.wait_until(held, begin);
     }
     return false;
 }

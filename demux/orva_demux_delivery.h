@@ -36,6 +36,9 @@ inline constexpr std::size_t most_given =
     65536; // contents that a filter remembers as given: an input without end has ever more
 inline constexpr std::size_t most_spare = 16; // buffers kept to be lent again
 inline constexpr std::chrono::milliseconds effect_delay{1};
+inline constexpr std::chrono::milliseconds settled{20}; // without a new setting: reading begins
+inline constexpr std::chrono::milliseconds longest_start{
+    200}; // after the first setting: it begins anyway
 inline constexpr std::chrono::milliseconds batch_patience{100};
 inline constexpr std::chrono::milliseconds reload_distance{
     20}; // of two carousel runs, when a filter is loaded again
@@ -151,7 +154,7 @@ inline bool stopped()
 {
     return the_delivery().stopping.load(std::memory_order_relaxed);
 }
-// Waits until a setting has taken effect. False: stopped.
+// Waits until a setting has taken effect, and those that a client loads with it. False: stopped.
 bool wait_for_setting();
 // Waits until a point in time while batches go out. False: stopped.
 bool wait_until(steady::time_point until);

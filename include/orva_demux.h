@@ -96,7 +96,8 @@ typedef struct OrvaDemuxStatus {
 } OrvaDemuxStatus;
 
 /**
- * Opens an input. Reading begins when the first filter takes effect.
+ * Opens an input. Reading begins when the first filter has taken effect and none was loaded for 20
+ * ms, at most 200 ms behind the first: the filters of one start miss nothing.
  *
  * @param input    a path, or "-" for standard input
  * @param options  null for the defaults; copied

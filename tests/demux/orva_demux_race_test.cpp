@@ -247,7 +247,8 @@ TEST_F(Races, SlotsMeetOpenAndClose)
         });
     for (unsigned i = 0; i < 50; ++i) {
         open(path);
-        std::this_thread::sleep_for(std::chrono::milliseconds{i % 7});
+        std::this_thread::sleep_for(
+            std::chrono::milliseconds{i % 7 < 6 ? i % 7 : 250}); // reading begins
         close();
     }
     done = true;
