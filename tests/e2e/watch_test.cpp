@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // What the tool tells of a channel while it changes.
+#include <csignal>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <poll.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,6 +21,7 @@
 namespace {
 
 using namespace test;
+using namespace std::chrono_literals;
 using nlohmann::json;
 using testing::HasSubstr;
 using testing::SizeIs;
@@ -90,25 +97,94 @@ TEST(Watch, TellsVersionsAndContents)
     EXPECT_EQ(pmts[0]["program_number"], 100);
 }
 
+// A channel that is sent by hand, as long as the tool listens.
+class live_channel {
+public:
+    live_channel()
+    {
+        std::signal(SIGPIPE, SIG_IGN);
+        int to_tool[2];
+        int from_tool[2];
+        EXPECT_EQ(pipe2(to_tool, O_CLOEXEC), 0);
+        EXPECT_EQ(pipe2(from_tool, O_CLOEXEC), 0);
+        tool.emplace(std::vector<std::string>{ORVA_TOOL, "watch", "--json", "-"}, to_tool[0],
+                     from_tool[1]);
+        close(to_tool[0]);
+        close(from_tool[1]);
+        in = to_tool[1];
+        out = from_tool[0];
+    }
+    ~live_channel()
+    {
+        close(in);
+        tool->wait();
+        close(out);
+    }
+    live_channel(const live_channel &) = delete;
+    live_channel &operator=(const live_channel &) = delete;
+
+    // Sends a section again and again, as broadcasts do, until the tool tells of its table.
+    json told_of(const std::string &table, std::uint16_t pid, const octets &section)
+    {
+        const auto end = std::chrono::steady_clock::now() + 30s;
+        while (std::chrono::steady_clock::now() < end) {
+            sent.bytes.clear();
+            sent.section(pid, section);
+            if (write(in, sent.bytes.data(), sent.bytes.size()) < 0)
+                break;
+            for (json line = next_line(); !line.is_null(); line = next_line())
+                if (line["table"] == table)
+                    return line;
+        }
+        ADD_FAILURE() << "nothing is told of the " << table;
+        return {};
+    }
+
+private:
+    // Null when none comes for a while.
+    json next_line()
+    {
+        constexpr int milliseconds = 5;
+        for (std::size_t end = 0; (end = unread.find('\n')) == std::string::npos;) {
+            pollfd readable{out, POLLIN, 0};
+            if (poll(&readable, 1, milliseconds) <= 0)
+                return {};
+            char read_now[4096];
+            const ssize_t count = read(out, read_now, sizeof read_now);
+            if (count <= 0)
+                return {};
+            unread.append(read_now, static_cast<std::size_t>(count));
+        }
+        const std::size_t end = unread.find('\n');
+        json line = json::parse(unread.substr(0, end), nullptr, false);
+        unread.erase(0, end + 1);
+        return line;
+    }
+
+    std::optional<process> tool;
+    int in = -1;
+    int out = -1;
+    stream sent;
+    std::string unread;
+};
+
 TEST(Watch, TellsWhatOfAnSdtChanged)
 {
-    stream made = tables();
-    made.section(
-        0x11,
-        make(sdt{.ts = 7,
-                 .version = 6,
-                 .services = {{.id = 100, .descriptors = {service_descriptor(1, "P", "Old")}},
-                              {.id = 101, .descriptors = {service_descriptor(1, "P", "Two")}}}}));
-    made.section(
-        0x11,
-        make(sdt{.ts = 7,
-                 .version = 7,
-                 .services = {{.id = 101, .descriptors = {service_descriptor(1, "P", "Two")}}}}));
-    const auto sdts = lines_about(made, "SDT");
-    ASSERT_THAT(sdts, SizeIs(3));
-    EXPECT_EQ(sdts[1]["changes"], json::parse(R"([{"change": "changed", "id": 100, "name": "Old"},
-                                                  {"change": "new", "id": 101, "name": "Two"}])"));
-    EXPECT_EQ(sdts[2]["changes"], json::parse(R"([{"change": "gone", "id": 100, "name": ""}])"));
+    const auto version = [](std::uint8_t number, const std::vector<sdt_service> &services) {
+        return make(sdt{.ts = 7, .version = number, .services = services});
+    };
+    const sdt_service two{.id = 101, .descriptors = {service_descriptor(1, "P", "Two")}};
+    const auto named = [](const char *name) {
+        return sdt_service{.id = 100, .descriptors = {service_descriptor(1, "P", name)}};
+    };
+    live_channel channel;
+    channel.told_of("PAT", 0x00, make(pat{.ts = 7, .programs = {{.number = 100, .pid = 0x100}}}));
+    EXPECT_EQ(channel.told_of("SDT", 0x11, version(5, {named("News")}))["version_number"], 5);
+    EXPECT_EQ(channel.told_of("SDT", 0x11, version(6, {named("Old"), two}))["changes"],
+              json::parse(R"([{"change": "changed", "id": 100, "name": "Old"},
+                              {"change": "new", "id": 101, "name": "Two"}])"));
+    EXPECT_EQ(channel.told_of("SDT", 0x11, version(7, {two}))["changes"],
+              json::parse(R"([{"change": "gone", "id": 100, "name": ""}])"));
 }
 
 TEST(Watch, TellsNamesOfNewAndChangedEvents)
