@@ -6,6 +6,7 @@
 
 #include <glib.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -39,6 +40,34 @@ constexpr bool within(std::size_t limit, std::size_t used, std::size_t more, std
 {
     const std::size_t allowed = may_use_reserve(table_id) ? limit : limit - limit / 8;
     return more <= allowed && used <= allowed - more;
+}
+
+// What clients are told of: how often each was the reason to refuse something.
+enum class limited : std::uint8_t {
+    tables,
+    table_bytes,
+    eit_services,
+    eit_bytes,
+    queued_sections,
+    queued_bytes,
+    busy_queue,
+    total
+};
+// From so many queued sections on only some tables are taken, and no lists.
+inline constexpr std::size_t busy_queue = 100;
+constexpr std::array<std::size_t, static_cast<std::size_t>(limited::total)> limits{
+    limit::tables,          limit::table_bytes,  limit::eit_services, limit::eit_bytes,
+    limit::queued_sections, limit::queued_bytes, busy_queue};
+
+void count_refusal(limited by, std::size_t times = 1); // any thread, no lock
+
+// Whether a limit lets use grow by more for a section of this table_id; counted when it does not.
+inline bool has_room(limited by, std::size_t used, std::size_t more, std::uint8_t table_id)
+{
+    const bool fits = within(limits[static_cast<std::size_t>(by)], used, more, table_id);
+    if (!fits) [[unlikely]]
+        count_refusal(by);
+    return fits;
 }
 
 // Section buffers are allocated in steps of so many bytes, and freed with the same rounded size.

@@ -10,6 +10,7 @@
 
 #include "orva_platform.h"
 #include "orva_si/filter.h"
+#include "orva_si/limits.h"
 #include "orva_si/list.h"
 #include "orva_si/notify.h"
 #include "orva_si/os.h"
@@ -76,6 +77,14 @@ SI_HAS(SiDmxSectHandler, SI_BY_WORD(20, 40), AddSecFilter,
        uint32_t (*)(uint32_t, uint32_t *, SiDmxFilterParam));
 SI_HAS(SiDmxSectHandler, SI_BY_WORD(24, 48), UpdateSecFilter,
        uint32_t (*)(uint32_t, uint32_t, SiDmxFilterParam));
+
+SI_SIZE(SiLimitCounts, 84);
+SI_HAS(SiLimitCounts, 0, tables, SiLimitCount);
+SI_HAS(SiLimitCounts, 72, busy_queue, SiLimitCount);
+SI_SIZE(SiLimitCount, 12);
+SI_HAS(SiLimitCount, 0, refused, uint32_t);
+SI_HAS(SiLimitCount, 4, used, uint32_t);
+SI_HAS(SiLimitCount, 8, most, uint32_t);
 
 SI_SIZE(pid_filter, SI_BY_WORD(36, 48));
 SI_SIZE(filter_task, SI_BY_WORD(36, 64));

@@ -152,7 +152,7 @@ void drop_kept(std::uint8_t *kept, std::size_t length)
 
 bool reserve_table_bytes(std::size_t size, std::uint8_t table_id)
 {
-    if (!within(limit::table_bytes, table_bytes, size, table_id))
+    if (!has_room(limited::table_bytes, table_bytes, size, table_id))
         return false;
     table_bytes += size;
     return true;
@@ -161,6 +161,11 @@ bool reserve_table_bytes(std::size_t size, std::uint8_t table_id)
 void return_table_bytes(std::size_t size)
 {
     table_bytes -= std::min(size, table_bytes);
+}
+
+std::size_t table_bytes_held()
+{
+    return table_bytes;
 }
 
 void free_stored_section(SiSection *record)
@@ -220,7 +225,7 @@ SiTable *Orva_Si_CreateTable(uint16_t pid, uint8_t table_id, const uint8_t *psec
     };
     const auto held = static_cast<std::size_t>(tables_list->nb_elt);
     SiTable *table =
-        within(limit::tables, held, 1, table_id) ? allocate_record<SiTable>() : nullptr;
+        has_room(limited::tables, held, 1, table_id) ? allocate_record<SiTable>() : nullptr;
     if (table == nullptr) {
         SI_LOG(level::trace, "no mem yet\n");
         return nullptr;

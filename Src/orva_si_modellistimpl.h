@@ -15,6 +15,10 @@ namespace si {
 bool reserve_table_bytes(std::size_t size, std::uint8_t table_id);
 void return_table_bytes(std::size_t size);
 
+// What the stores count against their limits.
+std::size_t table_bytes_held() SI_NEEDS(ctl);
+std::size_t eit_bytes_held() SI_NEEDS(eit);
+
 // Frees a stored section with its buffer; it must already be out of its list, or about to leave it.
 void free_stored_section(SiSection *record);
 

@@ -53,7 +53,7 @@ enum class news { none, first, changed };
 bool within_services(bytes section)
 {
     const auto held = static_cast<std::size_t>(Orva_Si_GetDvbEitList()->nb_elt);
-    return within(limit::eit_services, held, 1, byte_at(section, 0));
+    return has_room(limited::eit_services, held, 1, byte_at(section, 0));
 }
 
 SiEitService *create_service(site here, const eit_arrival &in) SI_NEEDS(eit)
@@ -124,7 +124,7 @@ void release_bytes(SiEitSection &stored) SI_NEEDS(eit)
 bool copy_bytes(SiEitSection &stored, const eit_arrival &in) SI_NEEDS(eit)
 {
     const std::size_t rounded = section_buffer_size(in.section.size());
-    if (!within(limit::eit_bytes, eit_bytes, rounded, byte_at(in.section, 0)))
+    if (!has_room(limited::eit_bytes, eit_bytes, rounded, byte_at(in.section, 0)))
         return false;
     stored.section = keep_section(in.section.data(), in.section.size());
     if (stored.section == nullptr)
@@ -280,6 +280,11 @@ void free_service(site here, SiEitService *service) SI_NEEDS(eit)
 }
 
 } // namespace
+
+std::size_t eit_bytes_held()
+{
+    return eit_bytes;
+}
 
 SiEitService *find_eit_service(std::uint16_t original_network_id, std::uint16_t transport_stream_id,
                                std::uint16_t service_id)

@@ -20,7 +20,6 @@ namespace si {
 
 namespace {
 
-constexpr std::uint32_t busy_queue = 100;    // queued sections from which on a choice is made
 constexpr std::uint32_t longest_batch = 200; // sections of one list delivery
 constexpr std::size_t smallest_section = 4;
 constexpr std::uint32_t busy_polls = 5;
@@ -75,7 +74,7 @@ std::optional<std::uint16_t> length_of(site here, std::uint32_t filter_id,
 // spare. A batch is measured as if it were one section, for it is far smaller than the reserve.
 SiSection *node_in(section_memory &spare, std::uint8_t table_id)
 {
-    if (!within(limit::queued_sections, queued_sections(), 1, table_id))
+    if (!has_room(limited::queued_sections, queued_sections(), 1, table_id))
         return nullptr;
     SiSection *node = std::exchange(spare.node, nullptr);
     return node != nullptr ? new (node) SiSection{} : allocate_record<SiSection>();
@@ -83,7 +82,8 @@ SiSection *node_in(section_memory &spare, std::uint8_t table_id)
 
 std::uint8_t *copy_in(section_memory &spare, std::uint8_t table_id)
 {
-    if (!within(limit::queued_bytes, queued_bytes(), section_buffer_size(spare.length), table_id))
+    if (!has_room(limited::queued_bytes, queued_bytes(), section_buffer_size(spare.length),
+                  table_id))
         return nullptr;
     std::uint8_t *copy = std::exchange(spare.copy, nullptr);
     return copy != nullptr ? section_buffer_in(copy, spare.length) : allocate_section(spare.length);
@@ -128,6 +128,7 @@ SiSection *copy_section(site here, std::uint32_t filter_id, std::uint16_t pid,
 void append(site here, std::span<SiSection *const> nodes)
 {
     for (SiSection *lost : nodes.subspan(enqueue(here, nodes))) {
+        count_refusal(limited::queued_sections);
         SI_LOG_AT(here, level::fatal, "Malloc section node failed!\n");
         Si_SectFlt_FlushSectionData(lost);
     }
@@ -168,6 +169,7 @@ SiSection *receive(site here, std::uint32_t filter_id, const SiDmxSection &secti
               "table_id: %#x, table_id_ext: %#x, TableTmpList.section_count: %d\n",
               node->section[0], extension_of(node->section, node->sect_len),
               static_cast<int>(queued_sections()));
+    count_refusal(limited::busy_queue);
     Si_SectFlt_FlushSectionData(node);
     return nullptr;
 }
@@ -229,6 +231,7 @@ void receive_batch(site here, std::uint32_t filter_id, const SiDmxSectionList &l
     if (queued > busy_queue) {
         SI_LOG_AT(here, level::error, "TableTmpList.section_count = %d\n",
                   static_cast<int>(queued));
+        count_refusal(limited::busy_queue, list.section_count);
         return;
     }
     const std::uint16_t pid = pid_of_filter(filter_id);

@@ -26,6 +26,7 @@
 #include "orva_si/channel.h"
 #include "orva_si/filter.h"
 #include "orva_si/lifecycle.h"
+#include "orva_si/limits.h"
 #include "orva_si/list.h"
 #include "orva_si/mempool.h"
 #include "orva_si/notify.h"
