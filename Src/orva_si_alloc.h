@@ -77,6 +77,19 @@ constexpr std::size_t section_buffer_size(std::size_t length)
     return (length + section_step - 1) / section_step * section_step;
 }
 
+// What a stored section counts against a limit of bytes: its buffer, and about what its records
+// take, which is more than itself where it is short.
+inline constexpr std::size_t table_section_records = 32;
+inline constexpr std::size_t eit_section_records = 96;
+constexpr std::size_t table_section_bytes(std::size_t length)
+{
+    return section_buffer_size(length) + table_section_records;
+}
+constexpr std::size_t eit_section_bytes(std::size_t length)
+{
+    return section_buffer_size(length) + eit_section_records;
+}
+
 inline void *allocate(std::size_t size)
 {
     return g_slice_alloc(size);

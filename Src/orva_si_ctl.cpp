@@ -12,6 +12,7 @@
 #include "orva_si/store.h"
 #include "orva_si/time.h"
 #include "orva_si_lock.h"
+#include "orva_si_modellistimpl.h"
 #include "orva_si_siids.h"
 
 extern "C" {
@@ -90,6 +91,7 @@ std::uint32_t start(site here, const start_kind &kind, std::uint32_t frequency,
     }
     Orva_Si_SetCtlFlag();
     {
+        const late_release after_unlocking;
         const scope_lock lock{ctl, here};
         Orva_Si_ResetRunningStatus(frequency, program);
     }

@@ -90,6 +90,19 @@ std::int32_t changed(list_record &of, std::int32_t count)
 
 } // namespace
 
+si_list_node *take_links(si_list *list)
+{
+    if (list == nullptr || list->nb_elt <= 0)
+        return nullptr;
+    list_record &of = record_of(list);
+    si_list_node *const links = list->node;
+    list->node = nullptr;
+    of.tail = nullptr;
+    of.cursor = nullptr;
+    changed(of, 0);
+    return links;
+}
+
 void keep_companion(si_list *list, list_companion *made)
 {
     list_record &of = record_of(list);

@@ -55,6 +55,10 @@ inline std::uint64_t list_changes(const si_list *list)
     return record_of(list).changes;
 }
 
+// Empties the list in a moment, however long it is: the links, each with its element, are the
+// caller's to release_record(). Under the list's lock; null, for no list too, when there are none.
+si_list_node *take_links(si_list *list);
+
 // Null when nothing is kept. Under the list's lock; the list is not null.
 inline list_companion *companion_of(const si_list *list)
 {

@@ -296,6 +296,7 @@ uint32_t Si_Model_CollectTables(SiSection *psection)
         return ORVA_SI_FAILURE; // the dispatcher has said so already
     std::uint32_t result = ORVA_SI_OK;
     {
+        const late_release after_unlocking;
         const scope_lock lock{ctl, SI_HERE};
         result = collect(in);
     }
@@ -341,11 +342,10 @@ uint32_t Orva_Si_InsertSection(SiTable *ptbl, const SiSection *psection)
         return ORVA_SI_FAILURE;
     }
     const std::size_t size = section_size(psection->section);
-    const std::size_t rounded = section_buffer_size(size);
-    const bool fits = reserve_table_bytes(rounded, table_id);
+    const bool fits = reserve_table_bytes(size, table_id);
     si::on_exit undo{[&] {
         if (fits)
-            return_table_bytes(rounded);
+            return_table_bytes(size);
         drop_kept(record->section, size);
         release_record(record);
     }};

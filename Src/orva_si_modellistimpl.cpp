@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <span>
 
 #include "orva_si/lifecycle.h"
 #include "orva_si_alloc.h"
 #include "orva_si_bytes.h"
+#include "orva_si_list.h"
 #include "orva_si_loops.h"
 #include "orva_si_siids.h"
 #include "orva_si_tableindex.h"
@@ -32,6 +34,7 @@ std::size_t table_bytes = 0;
 
 // To what this thread stores. The model spares a call for each look at it.
 thread_local section_offer *offered __attribute__((tls_model("initial-exec"))) = nullptr;
+thread_local late_release *releases __attribute__((tls_model("initial-exec"))) = nullptr;
 
 // Removes the table at a position, its link included.
 void drop_table_at(std::int32_t position)
@@ -108,6 +111,49 @@ bool walk_for_other_stream(std::uint16_t pid, std::uint8_t table_id, std::uint16
     return false;
 }
 
+void release_stored(SiSection *record)
+{
+    release_section(record->section, record->sect_len);
+    release_record(record);
+}
+
+void release_sections(SiTable &table, void (*free_section)(SiSection *record))
+{
+    constexpr site here{SI_SOURCE, "Orva_Si_RemoveTableSections", __LINE__};
+    if (table.psect_list != nullptr)
+        SI_LOG_AT(here, level::trace, "ptbl->psect_list->nb_elt = %d\n", table.psect_list->nb_elt);
+    while (si_list_eol(table.psect_list, 0) == 0) {
+        auto *record = static_cast<SiSection *>(si_list_get(table.psect_list, 0));
+        si_list_remove(table.psect_list, 0);
+        if (record == nullptr)
+            continue;
+        SI_LOG_AT(
+            here, level::trace, "want to remove the pos=%d psect: %p, section: %p, length = %d\n",
+            0, static_cast<void *>(record), static_cast<void *>(record->section), record->sect_len);
+        free_section(record);
+    }
+}
+
+// Of a store that forgot the table and its bytes.
+void release_table(void *element)
+{
+    auto *table = static_cast<SiTable *>(element);
+    if (table == nullptr)
+        return;
+    release_sections(*table, release_stored);
+    si_list_uninit(table->psect_list);
+    release_record(table);
+}
+
+void release_links(si_list_node *links, void (*free_element)(void *element))
+{
+    while (si_list_node *const link = links) {
+        links = link->next;
+        free_element(link->element);
+        release_record(link);
+    }
+}
+
 void clear_summary(SiTable &table)
 {
     std::fill(std::begin(table.sect_map), std::end(table.sect_map), std::uint8_t{0});
@@ -150,17 +196,39 @@ void drop_kept(std::uint8_t *kept, std::size_t length)
         release_section(kept, length);
 }
 
-bool reserve_table_bytes(std::size_t size, std::uint8_t table_id)
+void drop_links(si_list_node *links, void (*free_element)(void *element))
 {
+    late_release *const later = releases;
+    if (later != nullptr && later->count < later->kept.size())
+        later->kept[later->count++] = {links, free_element};
+    else
+        release_links(links, free_element);
+}
+
+late_release::late_release() : outer{releases}
+{
+    releases = this;
+}
+
+late_release::~late_release()
+{
+    releases = outer;
+    for (const dropped &each : std::span{kept}.first(count))
+        release_links(each.links, each.free_element);
+}
+
+bool reserve_table_bytes(std::size_t length, std::uint8_t table_id)
+{
+    const std::size_t size = table_section_bytes(length);
     if (!has_room(limited::table_bytes, table_bytes, size, table_id))
         return false;
     table_bytes += size;
     return true;
 }
 
-void return_table_bytes(std::size_t size)
+void return_table_bytes(std::size_t length)
 {
-    table_bytes -= std::min(size, table_bytes);
+    table_bytes -= std::min(table_section_bytes(length), table_bytes);
 }
 
 std::size_t table_bytes_held()
@@ -170,11 +238,9 @@ std::size_t table_bytes_held()
 
 void free_stored_section(SiSection *record)
 {
-    if (record->section != nullptr) {
-        return_table_bytes(section_buffer_size(record->sect_len));
-        release_section(record->section, record->sect_len);
-    }
-    release_record(record);
+    if (record->section != nullptr)
+        return_table_bytes(record->sect_len);
+    release_stored(record);
 }
 
 } // namespace si
@@ -333,17 +399,7 @@ uint32_t Orva_Si_RemoveTable(SiTable *ptbl)
 uint32_t Orva_Si_RemoveTableSections(SiTable *ptbl)
 {
     SI_REQUIRE(ptbl);
-    if (ptbl->psect_list != nullptr)
-        SI_LOG(level::trace, "ptbl->psect_list->nb_elt = %d\n", ptbl->psect_list->nb_elt);
-    while (si_list_eol(ptbl->psect_list, 0) == 0) {
-        auto *record = static_cast<SiSection *>(si_list_get(ptbl->psect_list, 0));
-        si_list_remove(ptbl->psect_list, 0);
-        if (record == nullptr)
-            continue;
-        SI_LOG(level::trace, "want to remove the pos=%d psect: %p, section: %p, length = %d\n", 0,
-               static_cast<void *>(record), static_cast<void *>(record->section), record->sect_len);
-        free_stored_section(record);
-    }
+    release_sections(*ptbl, free_stored_section);
     clear_summary(*ptbl);
     ptbl->last_section_number = 0;
     return ORVA_SI_OK;
@@ -388,11 +444,13 @@ uint32_t Orva_Si_DeleteAllPmtCaches(void)
 
 uint32_t Orva_Si_DeleteCaches([[maybe_unused]] uint32_t mode)
 {
-    while (si_list_eol(tables_list, 0) == 0) {
-        if (const auto *table = static_cast<const SiTable *>(si_list_get(tables_list, 0)))
-            SI_LOG(level::trace, "pid=%#x, tblid=%#x\n", table->pid, table->table_id);
-        drop_table_at(0);
-    }
+    if (log_enabled(level::trace))
+        for (const SiTable &table : elements<SiTable>(tables_list))
+            SI_LOG(level::trace, "pid=%#x, tblid=%#x\n", table.pid, table.table_id);
+    si_list_node *const deleted = take_links(tables_list);
+    table_bytes = 0;
+    table_index::emptied(tables_list);
+    drop_links(deleted, release_table);
     Orva_Si_PrintMemSize();
     return ORVA_SI_OK;
 }

@@ -3,6 +3,7 @@
 #ifndef SRC_ORVA_SI_MODELLISTIMPL_H
 #define SRC_ORVA_SI_MODELLISTIMPL_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -11,9 +12,10 @@
 
 namespace si {
 
-// Counts section bytes against the store's limit. False, and nothing counted, when they do not fit.
-bool reserve_table_bytes(std::size_t size, std::uint8_t table_id);
-void return_table_bytes(std::size_t size);
+// Counts a section of that length against the store's limit. False, and nothing counted, when it
+// does not fit.
+bool reserve_table_bytes(std::size_t length, std::uint8_t table_id);
+void return_table_bytes(std::size_t length);
 
 // What the stores count against their limits.
 std::size_t table_bytes_held() SI_NEEDS(ctl);
@@ -21,6 +23,30 @@ std::size_t eit_bytes_held() SI_NEEDS(eit);
 
 // Frees a stored section with its buffer; it must already be out of its list, or about to leave it.
 void free_stored_section(SiSection *record);
+
+// Frees the links of a list and their elements, or has that done by the late_release of this
+// thread.
+void drop_links(si_list_node *links, void (*free_element)(void *element));
+
+// What this thread drops while one lasts is freed when it ends: made before a lock is taken, it
+// keeps the lock from being held as long as it takes to free a whole store.
+class late_release {
+public:
+    late_release();
+    ~late_release();
+    late_release(const late_release &) = delete;
+    late_release &operator=(const late_release &) = delete;
+
+private:
+    friend void drop_links(si_list_node *links, void (*free_element)(void *element));
+    struct dropped {
+        si_list_node *links;
+        void (*free_element)(void *element);
+    };
+    std::array<dropped, 2> kept; // of each store
+    std::size_t count = 0;
+    late_release *outer;
+};
 
 // A section whose owner lets the store keep its bytes in place of a copy, while this lasts and on
 // this thread. They are in memory of allocate_section(), as long as the record says.

@@ -10,6 +10,7 @@
 #include "orva_si_alloc.h"
 #include "orva_si_bytes.h"
 #include "orva_si_eitsummary.h"
+#include "orva_si_list.h"
 #include "orva_si_lock.h"
 #include "orva_si_loops.h"
 #include "orva_si_modellistimpl.h"
@@ -116,20 +117,20 @@ void release_bytes(SiEitSection &stored) SI_NEEDS(eit)
 {
     if (stored.section == nullptr)
         return;
-    eit_bytes -= section_buffer_size(stored.sect_len);
+    eit_bytes -= std::min(eit_section_bytes(stored.sect_len), eit_bytes);
     release_section(stored.section, stored.sect_len);
     stored.section = nullptr;
 }
 
 bool copy_bytes(SiEitSection &stored, const eit_arrival &in) SI_NEEDS(eit)
 {
-    const std::size_t rounded = section_buffer_size(in.section.size());
-    if (!has_room(limited::eit_bytes, eit_bytes, rounded, byte_at(in.section, 0)))
+    const std::size_t size = eit_section_bytes(in.section.size());
+    if (!has_room(limited::eit_bytes, eit_bytes, size, byte_at(in.section, 0)))
         return false;
     stored.section = keep_section(in.section.data(), in.section.size());
     if (stored.section == nullptr)
         return false;
-    eit_bytes += rounded;
+    eit_bytes += size;
     stored.sect_len = static_cast<std::uint16_t>(in.section.size());
     stored.table_id = in.table_id;
     stored.section_number = in.section_number;
@@ -163,7 +164,7 @@ outcome append(site here, SiEitService &service, const eit_arrival &in) SI_NEEDS
     if (si_list_add(service.sections, stored, -1) == -1) {
         SI_LOG_AT(here, level::error, "Insert one section failed! tbl_id:%#x, sect_no:%d\n",
                   in.table_id, in.section_number);
-        eit_bytes -= section_buffer_size(in.section.size());
+        eit_bytes -= eit_section_bytes(in.section.size());
         drop_kept(stored->section, in.section.size());
         release_record(stored);
         return {news::first, true};
@@ -261,8 +262,15 @@ news take(site here, const eit_arrival &in) SI_LEAVES(eit)
     return result.tell;
 }
 
-void free_service(site here, SiEitService *service) SI_NEEDS(eit)
+// Of a store that forgot the service and its bytes.
+void release_service(void *element)
 {
+    constexpr site here{SI_SOURCE, "Orva_Si_EraseAllEitRawData", __LINE__};
+    auto *service = static_cast<SiEitService *>(element);
+    if (service == nullptr) {
+        SI_LOG_AT(here, level::trace, "the peit is null\n");
+        return;
+    }
     SI_LOG_AT(here, level::trace, "will to remove the onid = %#x, tsid = %#x, servid=%#x\n",
               service->original_network_id, service->transport_stream_id, service->service_id);
     while (si_list_eol(service->sections, 0) == 0) {
@@ -270,7 +278,7 @@ void free_service(site here, SiEitService *service) SI_NEEDS(eit)
         if (stored == nullptr) {
             SI_LOG_AT(here, level::trace, "the peit_section is null!!!\n");
         } else {
-            release_bytes(*stored);
+            release_section(stored->section, stored->sect_len);
             release_record(stored);
         }
         si_list_remove(service->sections, 0);
@@ -319,18 +327,15 @@ uint32_t Orva_Si_ListEitImpl(uint16_t original_network_id, uint16_t transport_st
 
 uint32_t Orva_Si_EraseAllEitRawData(void)
 {
-    const scope_lock lock{eit, SI_HERE};
-    si_list *services = Orva_Si_GetDvbEitList();
-    service_index.give_up(); // until the list is empty
-    while (si_list_eol(services, 0) == 0) {
-        auto *service = static_cast<SiEitService *>(si_list_get(services, 0));
-        if (service == nullptr)
-            SI_LOG(level::trace, "the peit is null\n");
-        else
-            free_service(SI_HERE, service);
-        si_list_remove(services, 0);
+    si_list_node *erased = nullptr;
+    {
+        const scope_lock lock{eit, SI_HERE};
+        erased = take_links(Orva_Si_GetDvbEitList());
+        service_index.ready(Orva_Si_GetDvbEitList(), [](const SiEitService *) {});
+        eit_bytes = 0;
+        eit_store_emptied();
     }
-    eit_store_emptied();
+    drop_links(erased, release_service);
     return ORVA_SI_OK;
 }
 

@@ -107,4 +107,9 @@ void unlinked(si_list *tables)
     index.unlinked(tables);
 }
 
+void emptied(si_list *tables)
+{
+    index.ready(tables, count_stream);
+}
+
 } // namespace si::table_index

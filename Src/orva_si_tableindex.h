@@ -34,6 +34,9 @@ void removing(si_list *tables, SiTable *table);
 // Its link was just taken from the list.
 void unlinked(si_list *tables);
 
+// All links were just taken from the list.
+void emptied(si_list *tables);
+
 } // namespace si::table_index
 
 #endif

@@ -20,6 +20,9 @@ constexpr std::uint16_t pid_eit = 0x12;
 constexpr std::uint32_t here = 474000;
 constexpr std::uint32_t elsewhere = 482000;
 constexpr std::size_t largest = 4096;
+// What the largest sections count: their bytes and their records.
+constexpr std::uint32_t in_tables = largest + 32;
+constexpr std::uint32_t in_events = largest + 96;
 
 octets as_large_as_possible(octets section)
 {
@@ -81,7 +84,7 @@ TEST_F(Limits, NothingIsCountedWhileNothingIsRefused)
           now.queued_bytes, now.busy_queue})
         EXPECT_EQ(each.refused, 0U);
     EXPECT_EQ(now.tables.used, 2U);
-    EXPECT_EQ(now.table_bytes.used, 64U); // two sections of less than 32 bytes
+    EXPECT_EQ(now.table_bytes.used, 2 * (32U + 32U)); // two short sections with their records
 }
 
 TEST_F(Limits, AreThoseThatAreDocumented)
@@ -129,13 +132,13 @@ TEST_F(Limits, BytesOfTablesAreCountedAndRoomAgainAfterARetune)
     EXPECT_EQ(full.tables.refused, 0U);
     EXPECT_LE(full.table_bytes.used, 14U << 20); // seven eighths
     EXPECT_GT(full.table_bytes.used, 13U << 20);
-    EXPECT_EQ(full.table_bytes.refused, 2 * each - full.table_bytes.used / largest);
+    EXPECT_EQ(full.table_bytes.refused, 2 * each - full.table_bytes.used / in_tables);
 
     tune(elsewhere);
     EXPECT_EQ(counts().table_bytes.used, 0U);
     deliver(pid_sdt, as_large_as_possible(make(sdt{.table_id = 0x46, .ts = 1})));
     settle();
-    EXPECT_EQ(counts().table_bytes.used, largest);
+    EXPECT_EQ(counts().table_bytes.used, in_tables);
     EXPECT_EQ(counts().table_bytes.refused, full.table_bytes.refused);
 }
 
@@ -157,7 +160,7 @@ TEST_F(Limits, BytesOfEventsAreCountedAndRoomAgainWhenTheyAreErased)
 {
     ask_for_events();
     const octets section = as_large_as_possible(make(eit{.table_id = 0x60}));
-    constexpr unsigned room = (112U << 20) / largest; // seven eighths
+    constexpr unsigned room = (112U << 20) / in_events; // seven eighths
     for (unsigned number = 0; number < room / 7168 + 1; ++number) {
         octets numbered = section;
         numbered[6] = static_cast<std::uint8_t>(number);
@@ -165,14 +168,14 @@ TEST_F(Limits, BytesOfEventsAreCountedAndRoomAgainWhenTheyAreErased)
         flood(pid_eit, fix_crc(numbered), 7168);
     }
     const SiLimitCounts full = counts();
-    EXPECT_EQ(full.event_bytes.used, room * largest);
+    EXPECT_EQ(full.event_bytes.used, room * in_events);
     EXPECT_EQ(full.event_bytes.refused, 7168U * (room / 7168 + 1) - room);
     EXPECT_EQ(full.event_services.refused, 0U);
 
     Orva_Si_EraseAllEitRawData();
     EXPECT_EQ(counts().event_bytes.used, 0U);
     flood(pid_eit, section, 1);
-    EXPECT_EQ(counts().event_bytes.used, largest);
+    EXPECT_EQ(counts().event_bytes.used, in_events);
     EXPECT_EQ(counts().event_bytes.refused, full.event_bytes.refused);
 }
 
@@ -217,6 +220,23 @@ TEST_F(Limits, WhatABusyQueueRefusesIsCounted)
     settle();
     EXPECT_EQ(counts().event_services.used, 1U);
     EXPECT_EQ(counts().busy_queue.refused, 20U + 30U);
+}
+
+// Short sections cost more in records than in bytes, which count too.
+TEST_F(Limits, RecordsCountAsBytes)
+{
+    for (unsigned number = 0; number < 64; ++number)
+        flood(pid_sdt,
+              make(sdt{.table_id = 0x46,
+                       .section_number = static_cast<std::uint8_t>(number),
+                       .last_section_number = 255}),
+              3584);
+    EXPECT_EQ(counts().table_bytes.used, 3584U * 64 * (32 + 32));
+    EXPECT_EQ(counts().table_bytes.refused, 0U);
+    EXPECT_EQ(counts().table_bytes.used, 14U << 20);
+    deliver(pid_sdt, make(sdt{.table_id = 0x46, .section_number = 64, .last_section_number = 255}));
+    settle();
+    EXPECT_EQ(counts().table_bytes.refused, 1U);
 }
 
 // The counts are read while the section thread is at work.

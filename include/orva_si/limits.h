@@ -35,9 +35,9 @@ typedef struct SiLimitCount {
 /** All limits, in what each of them counts. */
 typedef struct SiLimitCounts {
     SiLimitCount tables;          /**< sub-tables in the table store */
-    SiLimitCount table_bytes;     /**< bytes of their sections, each rounded up to 32 */
+    SiLimitCount table_bytes;     /**< bytes of their sections with their records */
     SiLimitCount event_services;  /**< services in the event store */
-    SiLimitCount event_bytes;     /**< bytes of their sections, each rounded up to 32 */
+    SiLimitCount event_bytes;     /**< bytes of their sections with their records */
     SiLimitCount queued_sections; /**< sections that wait to be processed */
     SiLimitCount queued_bytes;    /**< their bytes, each rounded up to 32 */
     SiLimitCount busy_queue;      /**< queued sections from which on a delivered one is refused
