@@ -30,23 +30,26 @@ std::atomic<bool> line_shown{false}; // by a progress_line
 bool pipe_closed = false;            // that standard output was written to
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
-std::int64_t milliseconds_now()
+// Goes round in 49 days; never 0.
+std::uint32_t milliseconds_now()
 {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+    const auto passed =
+        static_cast<std::uint32_t>(std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000);
+    return passed != 0 ? passed : 1;
 }
 
 // timeout(1) signals its child and then the child's group: what comes at once is one wish.
-constexpr std::int64_t same_wish_ms = 200;
-std::atomic<std::int64_t> first_signal_ms{0};
-static_assert(std::atomic<std::int64_t>::is_always_lock_free);
+constexpr std::uint32_t same_wish_ms = 200;
+std::atomic<std::uint32_t> first_signal_ms{0};
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 
 extern "C" void on_ending_signal(int number)
 {
     int none = 0;
-    std::int64_t never = 0;
-    const std::int64_t now = milliseconds_now();
+    std::uint32_t never = 0;
+    const std::uint32_t now = milliseconds_now();
     first_signal_ms.compare_exchange_strong(never, now);
     if (first_signal.compare_exchange_strong(none, number) || now - first_signal_ms < same_wish_ms)
         return;
