@@ -12,6 +12,7 @@ namespace {
 std::atomic<unsigned> countdown{0};
 std::atomic<bool> keep_failing{false};
 std::atomic<std::size_t> succeeded{0};
+std::atomic<std::size_t> bytes{0};
 
 // Whether this allocation is to fail.
 bool strikes()
@@ -45,6 +46,11 @@ std::size_t allocations()
     return succeeded;
 }
 
+std::size_t allocated_bytes()
+{
+    return bytes;
+}
+
 } // namespace fake
 
 extern "C" void *__real_g_slice_alloc(gsize size);
@@ -54,5 +60,6 @@ extern "C" void *__wrap_g_slice_alloc(gsize size)
     if (fake::strikes())
         return nullptr;
     ++fake::succeeded;
+    fake::bytes += size;
     return __real_g_slice_alloc(size);
 }

@@ -13,6 +13,8 @@ void fail_allocation(unsigned n);
 void fail_allocations_from(unsigned n);
 // How many have succeeded so far.
 std::size_t allocations();
+// The bytes of these, given back or not.
+std::size_t allocated_bytes();
 
 } // namespace fake
 
