@@ -186,13 +186,19 @@ std::uint32_t take_surplus(filter_task &donor, std::uint32_t count) SI_NEEDS(poo
 constexpr std::array donors{pmt_task, act_sch_eit_task, other_sch_eit_task, other_pf_eit_task,
                             act_pf_eit_task};
 
-// The next free dynamic filter that the driver has granted. It grants from the first record on, so
-// behind one without a filter there is none: counting such records would keep a task from rotating
-// over those it has.
+// The next free dynamic filter that the driver has granted: counting others would keep a task from
+// rotating over those it has. One may lie behind records without a filter, where the driver gave an
+// id that stands for none.
 pid_filter *next_granted_filter() SI_NEEDS(pool)
 {
-    pid_filter *record = Si_SectFlt_GetAvalibleDynamicFilter();
-    return record != nullptr && record->filter_id != SI_NO_FILTER ? record : nullptr;
+    pid_filter *const record = Si_SectFlt_GetAvalibleDynamicFilter();
+    if (record == nullptr || record->filter_id != SI_NO_FILTER)
+        return record;
+    const auto behind = std::span{record, pool_records().data() + pool_records().size()};
+    const auto found = std::ranges::find_if(behind, [](const pid_filter &other) {
+        return other.used == 0 && other.filter_id != SI_NO_FILTER;
+    });
+    return found == behind.end() ? nullptr : &*found;
 }
 
 } // namespace
