@@ -35,10 +35,22 @@ constexpr bool may_use_reserve(std::uint8_t table_id)
            table_id == 0x42 || table_id == 0x4E;
 }
 
-// True when used, after growing by more, stays within what this table_id may use of a limit.
+// What a table_id may use of a limit. Of the CAT there is one sub-table, but nothing tells which of
+// its extensions is the true one: it takes no more than a quarter of the reserve, so that others
+// than the true one leave room for the programs.
+constexpr std::size_t allowed_of(std::size_t limit, std::uint8_t table_id)
+{
+    constexpr std::uint8_t cat = 0x01;
+    const std::size_t reserve = limit / 8;
+    if (!may_use_reserve(table_id))
+        return limit - reserve;
+    return table_id == cat ? limit - reserve + reserve / 4 : limit;
+}
+
+// True when used, after growing by more, stays within that.
 constexpr bool within(std::size_t limit, std::size_t used, std::size_t more, std::uint8_t table_id)
 {
-    const std::size_t allowed = may_use_reserve(table_id) ? limit : limit - limit / 8;
+    const std::size_t allowed = allowed_of(limit, table_id);
     return more <= allowed && used <= allowed - more;
 }
 

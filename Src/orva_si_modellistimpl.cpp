@@ -31,6 +31,7 @@ namespace {
 si_list *tables_list = nullptr;
 si_list *eit_list = nullptr;
 std::size_t table_bytes = 0;
+std::uint32_t emptied = 0; // times
 
 // To what this thread stores. The model spares a call for each look at it.
 thread_local section_offer *offered __attribute__((tls_model("initial-exec"))) = nullptr;
@@ -229,6 +230,11 @@ bool reserve_table_bytes(std::size_t length, std::uint8_t table_id)
 void return_table_bytes(std::size_t length)
 {
     table_bytes -= std::min(table_section_bytes(length), table_bytes);
+}
+
+std::uint32_t times_emptied()
+{
+    return emptied;
 }
 
 std::size_t table_bytes_held()
@@ -449,6 +455,7 @@ uint32_t Orva_Si_DeleteCaches([[maybe_unused]] uint32_t mode)
             SI_LOG(level::trace, "pid=%#x, tblid=%#x\n", table.pid, table.table_id);
     si_list_node *const deleted = take_links(tables_list);
     table_bytes = 0;
+    ++emptied;
     table_index::emptied(tables_list);
     drop_links(deleted, release_table);
     Orva_Si_PrintMemSize();

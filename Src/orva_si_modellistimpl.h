@@ -17,6 +17,9 @@ namespace si {
 bool reserve_table_bytes(std::size_t length, std::uint8_t table_id);
 void return_table_bytes(std::size_t length);
 
+// How often the table store was emptied as a whole.
+std::uint32_t times_emptied() SI_NEEDS(ctl);
+
 // What the stores count against their limits.
 std::size_t table_bytes_held() SI_NEEDS(ctl);
 std::size_t eit_bytes_held() SI_NEEDS(eit);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "orva_si_query.h"
 
+#include <unistd.h>
+
 #include "orva_si_loops.h"
 #include "orva_si_modellistimpl.h"
 #include "orva_si_tablelinks.h"
@@ -68,20 +70,73 @@ step walk_records(site here, si_list *records, Visit visit)
     return step::next;
 }
 
-// Asks each of some tables that the key matches.
-template <class Tables>
-step ask_tables(site here, const Tables &tables, const SiTableKey &key, section_visitor visit,
-                int &walked)
+// A question on its way through the tables.
+struct table_walk {
+    const SiTableKey &key;
+    section_visitor visit;
+    int walked = 0;            // tables
+    std::size_t looked_at = 0; // bytes of sections since the lock was taken
+    bool interrupted = false;
+};
+
+// What takes a millisecond or two to check and to decode. Only somebody who fills the store brings
+// about that one question looks at more.
+constexpr std::size_t most_at_once = std::size_t{1} << 20;
+
+step ask_table(site here, const SiTable &table, table_walk &walk)
 {
+    const step answer =
+        walk_records<SiSection>(here, table.psect_list, [&walk](const SiSection &stored) {
+            walk.looked_at += stored.sect_len;
+            return walk.visit(stored.section);
+        });
+    return answer == step::table_done ? step::next : answer;
+}
+
+// Asks each of some tables that the key matches, from where the walk is. Interrupts it when others
+// have waited for long enough.
+template <class Tables>
+step ask_tables(site here, const Tables &tables, table_walk &walk)
+{
+    int passed = 0;
     for (const SiTable &table : tables) {
-        ++walked;
-        if (!is_queryable(here, table, key))
+        if (passed++ < walk.walked)
             continue;
-        const step answer = walk_sections(here, table.psect_list, visit);
-        if (answer == step::found || answer == step::full)
+        walk.interrupted = walk.looked_at >= most_at_once;
+        if (walk.interrupted)
+            return step::next;
+        ++walk.walked;
+        if (!is_queryable(here, table, walk.key))
+            continue;
+        if (const step answer = ask_table(here, table, walk); answer != step::next)
             return answer;
     }
     return step::next;
+}
+
+step ask_store(site here, table_walk &walk) SI_NEEDS(ctl)
+{
+    si_list *tables = Orva_Si_GetTableList();
+    walk.interrupted = false;
+    walk.looked_at = 0;
+    if (!log_enabled(level::trace))
+        if (const auto linked = find_linked_tables(tables, walk.key))
+            return ask_tables(here, *linked, walk);
+    return ask_tables(here, elements<SiTable>(tables), walk);
+}
+
+// Lets those who wait for the lock have it, which takes them a moment. False when the store was
+// emptied meanwhile: what is there now is no part of the answer.
+bool give_way(site here)
+{
+    constexpr unsigned moment_us = 50;
+    ctl.assume_held();
+    const std::uint32_t before = times_emptied();
+    {
+        const scope_gap gap{ctl, here};
+        usleep(moment_us);
+    }
+    return times_emptied() == before;
 }
 
 } // namespace
@@ -104,14 +159,13 @@ step walk_sections(site here, si_list *sections, section_visitor visit)
 
 step walk_tables(site here, const SiTableKey &key, section_visitor visit)
 {
-    si_list *tables = Orva_Si_GetTableList();
-    int walked = 0;
-    if (!log_enabled(level::trace))
-        if (const auto linked = find_linked_tables(tables, key))
-            return ask_tables(here, *linked, key, visit, walked);
-    const step answer = ask_tables(here, elements<SiTable>(tables), key, visit, walked);
+    table_walk walk{key, visit};
+    step answer = step::next;
+    do
+        answer = ask_store(here, walk);
+    while (answer == step::next && walk.interrupted && give_way(here));
     if (answer == step::next)
-        SI_LOG_AT(here, level::trace, "all are looped of count=%d\n", walked);
+        SI_LOG_AT(here, level::trace, "all are looped of count=%d\n", walk.walked);
     return answer;
 }
 

@@ -125,7 +125,9 @@ using event_visitor = store_visitor<const section_summary &, const SiEitSection 
 // Visits the stored sections of one list, in the order of their arrival.
 step walk_sections(site here, si_list *sections, section_visitor visit);
 
-// Visits the sections of every complete table that the key matches, in the order of the store.
+// Visits the sections of every complete table that the key matches, in the order of the store. It
+// gives up the lock for moments while it looks at more than any honest broadcast has: nothing of a
+// table is to be kept then, and a table that the store loses meanwhile may hide the next one.
 step walk_tables(site here, const SiTableKey &key, section_visitor visit) SI_NEEDS(ctl);
 
 // Names the service whose events are asked for.

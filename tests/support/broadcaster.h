@@ -165,7 +165,8 @@ protected:
     {
         constexpr std::uint32_t most_pending = 64;
         if (Si_SectFlt_GetPendingCount() >= most_pending)
-            wait_for([] { return Si_SectFlt_GetPendingCount() < most_pending / 2; });
+            while (Si_SectFlt_GetPendingCount() >= most_pending / 2)
+                std::this_thread::sleep_for(std::chrono::microseconds{20});
         ASSERT_TRUE(driver.deliver(pid, section)) << "PID " << pid;
     }
     static SiLimitCounts counts()
