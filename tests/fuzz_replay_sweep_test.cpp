@@ -12,12 +12,9 @@
 #include "getters.h"
 #include "outline.h"
 #include "seeds.h"
+#include "support/effort.h"
 
 namespace {
-
-#ifndef ORVA_SWEEP_STEP
-#define ORVA_SWEEP_STEP 1
-#endif
 
 class FuzzSweep : public testing::TestWithParam<std::size_t> {
 protected:
@@ -55,13 +52,13 @@ TEST_P(FuzzSweep, EachByteAtEveryValue)
 {
     constexpr std::size_t crc_bytes = 4;
     for (std::size_t at = 0; at + crc_bytes < good.size(); ++at)
-        for (unsigned value = 0; value <= 0xFF; value += ORVA_SWEEP_STEP) {
+        for (unsigned value = 0; value <= 0xFF; value += test::sweep_step) {
             fuzz::octets changed = good;
             changed[at] = static_cast<std::uint8_t>(value);
             fuzz::repair_crc(changed);
             ask_alone_and_behind_the_good_one(changed);
         }
-    EXPECT_GE(inputs, (good.size() - crc_bytes) * 2 * (256 / ORVA_SWEEP_STEP));
+    EXPECT_GE(inputs, (good.size() - crc_bytes) * 2 * (256 / test::sweep_step));
 }
 
 TEST_P(FuzzSweep, CutAtEachLength)
@@ -81,7 +78,7 @@ TEST_P(FuzzSweep, EachLengthFieldAtEveryValue)
 {
     const fuzz::outline is = fuzz::outline_of(good);
     for (const std::size_t at : is.lengths)
-        for (std::size_t value = 0; value <= 0xFFF; value += ORVA_SWEEP_STEP) {
+        for (std::size_t value = 0; value <= 0xFFF; value += test::sweep_step) {
             fuzz::octets changed = good;
             fuzz::set_length12(changed, at, value);
             if (at == 1) // what it claims is there, and its CRC_32 is where that ends
@@ -89,7 +86,7 @@ TEST_P(FuzzSweep, EachLengthFieldAtEveryValue)
             fuzz::repair_crc(changed);
             ask_alone_and_behind_the_good_one(changed);
         }
-    EXPECT_GE(inputs, is.lengths.size() * 2 * (4096 / ORVA_SWEEP_STEP));
+    EXPECT_GE(inputs, is.lengths.size() * 2 * (4096 / test::sweep_step));
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, FuzzSweep,

@@ -15,6 +15,7 @@
 
 #include "orva_si/query_event.h"
 #include "support/client.h"
+#include "support/effort.h"
 #include "support/filters.h"
 #include "support/model.h"
 
@@ -493,6 +494,6 @@ TEST_P(DamagedEvents, AnythingAtAllUnderItsName)
     EXPECT_LE(lies_stored().size(), 3U * 256);
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, DamagedEvents, testing::Range(1U, 5U));
+INSTANTIATE_TEST_SUITE_P(Seeds, DamagedEvents, testing::Range(1U, 1U + part_of(4)));
 
 } // namespace

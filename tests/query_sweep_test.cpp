@@ -121,18 +121,13 @@ TEST_P(QuerySweep, DescriptorsCutAtEveryLength)
     }
 }
 
-// Where time is short, at every few values from 0 to 255.
-#ifndef ORVA_SWEEP_STEP
-#define ORVA_SWEEP_STEP ORVA_TEST_DIVISOR
-#endif
-
 TEST_P(QuerySweep, EveryByteAtEveryValue)
 {
     fake::set_log_level(0);
     const octets section = row.section();
     const std::size_t end_of_body = section.size() - 4;
     for (std::size_t at = 0; at < end_of_body; ++at)
-        for (unsigned value = 0; value <= 0xFF; value += ORVA_SWEEP_STEP) {
+        for (unsigned value = 0; value <= 0xFF; value += test::sweep_step) {
             octets changed = section;
             changed[at] = static_cast<std::uint8_t>(value);
             SWEEP(test::filled_up(changed));

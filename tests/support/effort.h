@@ -18,6 +18,14 @@ constexpr unsigned part_of(unsigned number)
     return std::max(1U, number / ORVA_TEST_DIVISOR);
 }
 
+// From one value to the next where all those of a byte or of a length are tried. It divides 255:
+// 0x00 and 0xFF are among them.
+#ifndef ORVA_SWEEP_STEP
+#define ORVA_SWEEP_STEP ORVA_TEST_DIVISOR
+#endif
+inline constexpr unsigned sweep_step = ORVA_SWEEP_STEP;
+static_assert(255 % sweep_step == 0);
+
 } // namespace test
 
 #endif
