@@ -238,12 +238,16 @@ TEST(ExhaustedMemory, LosesNothingAndComesRightWhereverItStrikes)
     come_to_rest();
     const std::size_t blocks_at_first = live_blocks();
     injected total;
+    constexpr std::size_t step = ORVA_TEST_DIVISOR; // another part of each scenario where not all
+    std::size_t number = 0;
     for (const scenario &what : scenarios) {
         const std::size_t count = allocations_of(what, blocks_at_first);
         injected of_this;
         if (count == 0)
             expect_no_need_of_memory(what, blocks_at_first);
-        for (std::size_t n = 1; n <= count; n += ORVA_TEST_DIVISOR)
+        const std::size_t first =
+            count == 0 ? 1 : 1 + number++ % std::min<std::size_t>(count, step);
+        for (std::size_t n = first; n <= count; n += step)
             for (const how fails : {how::once, how::from_then_on})
                 run_with_fault(what, blocks_at_first, static_cast<unsigned>(n), fails, of_this);
         EXPECT_LE(of_this.told_nobody, what.own_requests) << what.name;
@@ -257,6 +261,166 @@ TEST(ExhaustedMemory, LosesNothingAndComesRightWhereverItStrikes)
     RecordProperty("faults", static_cast<int>(total.faults));
     EXPECT_EQ(total.recovered, total.faults);
     EXPECT_GE(total.faults, part_of(2000));
+}
+
+// ---- What is said and answered at each place
+
+struct place {
+    const char *name;
+    void (*before)();
+    unsigned allocation;
+    std::uint32_t (*call)();
+    std::uint32_t answer;
+    std::uint32_t level; // 0: nothing is said
+    const char *text;
+};
+
+const octets &sdt_of_one()
+{
+    static const octets section = make(sdt{.ts = 1, .services = {{.id = 1}}});
+    return section;
+}
+
+std::uint32_t create_table()
+{
+    Orva_MutexP(&Ts_Ctl_Mutex);
+    const SiTable *made = Orva_Si_CreateTable(0x11, 0x42, sdt_of_one().data());
+    Orva_MutexV(&Ts_Ctl_Mutex);
+    return made == nullptr ? 0 : 1;
+}
+
+std::uint32_t collect()
+{
+    octets section = sdt_of_one();
+    SiSection record{0x11, 0, static_cast<std::uint16_t>(section.size()), section.data()};
+    return Si_Model_CollectTables(&record);
+}
+
+std::uint32_t list_events(std::uint8_t version)
+{
+    octets section = event_section(0x4E, 1, 0, 1, version);
+    SiSection record{0x12, 0, static_cast<std::uint16_t>(section.size()), section.data()};
+    return Si_Model_HandleEitTables(&record);
+}
+
+std::uint32_t first_event()
+{
+    return list_events(0);
+}
+std::uint32_t changed_event()
+{
+    return list_events(1);
+}
+void with_event()
+{
+    ASSERT_EQ(first_event(), ORVA_SI_OK);
+}
+
+std::uint32_t section_arrives()
+{
+    fake::driver().broadcast(0x11, sdt_of_one());
+    return 0;
+}
+
+void with_pat_list()
+{
+    tuned_with_pat();
+    Si_SectFlt_StopPmt();
+}
+
+std::uint32_t start_pmts()
+{
+    SiPmtPidList list{};
+    list.pmtpid_array[0] = {1, 0x100};
+    list.pmtpid_array[1] = {2, 0x101};
+    list.count = 2;
+    list.cur_prog_num = 1;
+    return Si_SectFlt_StartPmt(&list);
+}
+
+void with_tables_stopped()
+{
+    tuned();
+    Si_SectFlt_StopPat();
+    Si_SectFlt_StopNit();
+}
+
+void with_events_enabled()
+{
+    tuned();
+    Si_CtlHelper_SetActPfEitEnableFlag(1);
+    Si_CtlHelper_SetActSchEitEnableFlag(1);
+    Si_CtlHelper_SetOtherPfEitEnableFlag(1);
+    Si_CtlHelper_SetOtherSchEitEnableFlag(1);
+}
+
+constexpr std::uint32_t failure = ORVA_SI_FAILURE;
+constexpr std::uint32_t fatal = ORVA_DEBUG_FATAL;
+constexpr std::uint32_t error = ORVA_DEBUG_ERROR;
+constexpr std::uint32_t trace = ORVA_DEBUG_TRACE;
+
+const place places[] = {
+    {"table", nothing, 1, create_table, 0, trace, "no mem yet\n"},
+    {"list of its sections", nothing, 2, create_table, 0, trace, "no mem yet\n"},
+    {"link of a table", nothing, 3, create_table, 0, trace, "can't insert ptbl into tables_list\n"},
+    {"table of a section", nothing, 1, collect, ORVA_SI_NO_TABLE, error, "no mem yet\n"},
+    {"its list", nothing, 2, collect, ORVA_SI_NO_TABLE, error, "no mem yet\n"},
+    {"its link", nothing, 3, collect, ORVA_SI_NO_TABLE, error, "no mem yet\n"},
+    {"section", nothing, 4, collect, failure, fatal, "fatal error: cannot malloc memory!!!\n"},
+    {"bytes of a section", nothing, 5, collect, failure, fatal,
+     "fatal error: cant malloc memory!!!\n"},
+    {"link of a section", nothing, 6, collect, failure, fatal,
+     "can't add the section into table\n"},
+    {"section of a table", nothing, 4, collect, failure, error,
+     "can't insert psect = 0x42, ext_id: 0x1 to table list.\n"},
+    {"service", nothing, 1, first_event, 0, error, "can't allocate the memory for the table\n"},
+    {"list of a service", nothing, 2, first_event, 0, error, "no mem yet\n"},
+    {"event section", nothing, 4, first_event, 0, error,
+     "can't allocate the memory for the eit section\n"},
+    {"bytes of an event section", nothing, 5, first_event, 0, error,
+     "can't allocate the memory for the eit section\n"},
+    {"link of an event section", nothing, 6, first_event, 0, error,
+     "Insert one section failed! tbl_id:0x4e, sect_no:0\n"},
+    {"bytes of a changed event section", with_event, 1, changed_event, 0, error,
+     "can't allocate for the eit section during eit update case\n"},
+    {"node", tuned, 1, section_arrives, 0, fatal, "Malloc section node failed!\n"},
+    {"copy", tuned, 2, section_arrives, 0, fatal, "Malloc section failed, sect_len = 20!\n"},
+    {"request of the PAT", with_tables_stopped, 1, Si_SectFlt_StartPat, failure, 0, ""},
+    {"request of the NIT", with_tables_stopped, 1, [] { return Si_SectFlt_StartNit(0, 1); },
+     failure, 0, ""},
+    {"request of a PMT", with_pat_list, 2, start_pmts, failure, 0, ""},
+    {"request of data", tuned, 1, [] { return Orva_Si_StartDsmFilter(0x600); }, failure, 0, ""},
+    {"request of present/following", with_events_enabled, 2,
+     [] { return Si_SectFlt_StartActPfEit(1, 1, three_services.data(), 3); }, failure, 0, ""},
+    {"request of a schedule", with_events_enabled, 2,
+     [] { return Si_SectFlt_StartActSchEit(1, 1, 1, three_services.data(), 3); }, failure, 0, ""},
+    {"request of others' events", with_events_enabled, 1,
+     [] { return Si_SectFlt_StartOtherPfEit(nullptr, 0); }, failure, 0, ""},
+    {"request of others' schedules", with_events_enabled, 1,
+     [] { return Si_SectFlt_StartOtherSchEit(nullptr, 0); }, failure, 0, ""},
+};
+
+TEST(ExhaustedMemory, IsToldAndAnsweredAtEachPlace)
+{
+    open_library();
+    come_to_rest();
+    const std::size_t blocks_at_first = live_blocks();
+    for (const place &where : places) {
+        SCOPED_TRACE(where.name);
+        where.before();
+        fake::clear_log();
+        fake::set_log_level(ORVA_DEBUG_TRACE);
+        fake::fail_allocation(where.allocation);
+        EXPECT_EQ(where.call(), where.answer);
+        fake::fail_allocation(0);
+        fake::set_log_level(ORVA_DEBUG_ERROR);
+        settle();
+        if (where.level != 0) {
+            EXPECT_TRUE(fake::logged(where.level, where.text)) << fake::log_text();
+        }
+        come_to_rest();
+        EXPECT_EQ(broken_rest(blocks_at_first), "");
+    }
 }
 
 // ---- The memory pool, which asks the heap

@@ -9,9 +9,11 @@
 #include <cstdint>
 #include <string>
 
-#include "support/fault_world.h"
+#include "support/fault_scenarios.h"
 
 namespace test {
+
+using u32 = std::uint32_t;
 
 // ---- Which calls fail
 
@@ -87,7 +89,6 @@ inline std::uint32_t add_with_fault(std::uint32_t demux, std::uint32_t *filter_i
 // that the library has given up all the same.
 inline SiDmxSectHandler slots_with_fault()
 {
-    using u32 = std::uint32_t;
     return {
         .DemuxInit = [](u32 demux) -> u32 {
             return faulty.fails(fake::demux_init) ? refusal : faulty.behind->DemuxInit(demux);
@@ -172,6 +173,41 @@ inline void heal_driver()
     faulty.fault = {};
     faulty.table = slots_with_fault();
 }
+
+// ---- Tests
+
+// Begins with a start of its own.
+inline bool all_events()
+{
+    start();
+    return first_present_following() && schedule_of_the_tuned() && present_following_of_others();
+}
+
+// Comes to rest and gives the filters back.
+inline std::uint32_t close_filters()
+{
+    come_to_rest();
+    return Orva_Si_DeInit();
+}
+
+class FaultyDriver : public testing::Test {
+protected:
+    FaultyDriver()
+    {
+        open_library();
+        close_filters();
+        blocks_at_first = live_blocks();
+    }
+
+    // At rest, with filters that were given back.
+    void expect_rest() const
+    {
+        EXPECT_EQ(broken_rest(blocks_at_first), "");
+        EXPECT_EQ(fake::driver().running(), 0u);
+    }
+
+    std::size_t blocks_at_first = 0;
+};
 
 // ---- The timer facility
 
