@@ -45,14 +45,14 @@ TEST(Options, InputAloneTakesTheDefaults)
     EXPECT_FALSE(made.chosen.seconds.has_value());
     EXPECT_FALSE(made.chosen.program.has_value());
     EXPECT_FALSE(made.chosen.json || made.chosen.realtime || made.chosen.verbose ||
-                 made.chosen.quiet);
+                 made.chosen.quiet || made.chosen.stats);
 }
 
 TEST(Options, EveryOptionIsTaken)
 {
     const decision made =
         decide({"scan", "--json", "--for", "2.5", "--program", "65535", "-v", "--log-level", "5",
-                "--charset", "ISO-8859-9", "--realtime", "file.ts"});
+                "--charset", "ISO-8859-9", "--realtime", "--stats", "file.ts"});
     ASSERT_NE(made.run, nullptr) << made.error;
     EXPECT_TRUE(made.chosen.json);
     EXPECT_EQ(made.chosen.seconds, 2.5);
@@ -61,6 +61,7 @@ TEST(Options, EveryOptionIsTaken)
     EXPECT_EQ(made.chosen.log_level, 5u);
     EXPECT_EQ(made.chosen.charset, "ISO-8859-9");
     EXPECT_TRUE(made.chosen.realtime);
+    EXPECT_TRUE(made.chosen.stats);
 }
 
 TEST(Options, OptionsMayFollowTheInput)
@@ -102,8 +103,8 @@ TEST(Options, HelpOfACommandNamesItsOptionsAndStatuses)
     const decision made = decide({"scan", "--help"});
     EXPECT_EQ(made.status, 0);
     for (const char *expected :
-         {"INPUT", "--json", "--for", "--program", "--charset", "--realtime", "--verbose",
-          "--quiet", "--log-level", "Exit status", "orva-si scan"})
+         {"INPUT", "--json", "--for", "--program", "--charset", "--realtime", "--stats",
+          "--verbose", "--quiet", "--log-level", "Exit status", "orva-si scan"})
         EXPECT_THAT(made.output, HasSubstr(expected));
 }
 

@@ -20,7 +20,7 @@ struct channel_run {
     // Whether nothing that the input holds is missing.
     bool complete() const
     {
-        return how == channel_end::exhausted && session::times_full() == 0 &&
+        return how == channel_end::exhausted && !session::store_was_full() &&
                status.error == ORVA_DEMUX_OK;
     }
 };

@@ -12,7 +12,7 @@ _orva_si_words()
 _orva_si_options()
 {
     echo "-h --help --version"
-    [ -n "$1" ] && echo "--json --for --program --charset --realtime -v --verbose -q --quiet --log-level"
+    [ -n "$1" ] && echo "--json --for --program --charset --realtime --stats -v --verbose -q --quiet --log-level"
     case $1 in
         scan) echo "--pds" ;;
         guide) echo "--service --from --to --lang --tz" ;;

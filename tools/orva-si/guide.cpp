@@ -11,6 +11,7 @@
 #include "guide_events.h"
 #include "guide_report.h"
 #include "language.h"
+#include "limit_report.h"
 #include "session.h"
 #include "terminal.h"
 #include "time_words.h"
@@ -60,7 +61,7 @@ public:
     void end(bool complete)
     {
         if (chosen.json)
-            put(guide_json_end(complete, found_any));
+            put(guide_json_end(complete, found_any, limits_for_json(chosen)));
     }
 
     bool works = true;
@@ -98,7 +99,7 @@ int judge(const channel_run &of, const guide_printer &printed, const options &ch
         complain(name + "no events");
     if (of.how == channel_end::time_over)
         complain(name + "the time given is over: what came until now is printed");
-    if (session::times_full() != 0)
+    if (session::store_was_full())
         complain(name + "the library's store is full: what came after that is missing");
     if (!of.complete())
         return exit_partial;
@@ -131,6 +132,7 @@ int run_guide(const options &chosen)
         result.how = channel_end::signal;
     printer.end(result.complete());
     const int status = judge(result, printer, chosen);
+    tell_limits(chosen);
     if (!printer.works)
         return exit_failure;
     return received_signal() != 0 ? exit_by_signal + received_signal() : status;

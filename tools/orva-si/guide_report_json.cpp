@@ -2,6 +2,7 @@
 #include "guide_report.h"
 #include "json_values.h"
 #include "json_writer.h"
+#include "limit_report.h"
 #include "time_words.h"
 
 namespace tool {
@@ -121,10 +122,12 @@ void append_guide_json_service(std::string &out, const guide_service &of, bool f
 }
 
 // Whether it is complete is known last.
-std::string guide_json_end(bool complete, bool any_services)
+std::string guide_json_end(bool complete, bool any_services,
+                           const std::optional<SiLimitCounts> &limits)
 {
     return std::string{any_services ? "\n  ]" : "]"} +
-           ",\n  \"complete\": " + (complete ? "true" : "false") + "\n}\n";
+           ",\n  \"complete\": " + (complete ? "true" : "false") +
+           (limits ? ",\n  \"limits\": " + limits_json(*limits).dump() : "") + "\n}\n";
 }
 
 std::string guide_json(const std::vector<guide_service> &services, const std::string &input,

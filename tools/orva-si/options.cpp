@@ -122,6 +122,7 @@ void add_options(CLI::App &app, const command &of, options &chosen)
         ->type_name("NAME")
         ->check(CLI::Validator{check_charset, ""});
     app.add_flag("--realtime", chosen.realtime, "Read at the speed of broadcast, by its PCR");
+    app.add_flag("--stats", chosen.stats, "Tell what the limits of the library refused");
     app.add_flag("-v,--verbose", chosen.verbose, "Say more");
     app.add_flag("-q,--quiet", chosen.quiet, "Say nothing but errors");
     app.add_option("--log-level", chosen.log_level, "Log of the library: 1 fatal ... 5 verbose [1]")

@@ -38,6 +38,7 @@ struct options {
     bool log_asked = false; // --log-level was given
     bool json = false;
     bool realtime = false;
+    bool stats = false;
     bool verbose = false;
     bool quiet = false;
 };

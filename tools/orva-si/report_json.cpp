@@ -2,6 +2,7 @@
 #include <array>
 
 #include "json_values.h"
+#include "limit_report.h"
 #include "report.h"
 
 namespace tool {
@@ -234,21 +235,24 @@ json one_update(const software_update_service &of)
 
 } // namespace
 
-std::string json_report(const multiplex &found, const std::string &input, bool complete)
+std::string json_report(const multiplex &found, const std::string &input, bool complete,
+                        const std::optional<SiLimitCounts> &limits)
 {
-    const json told{{"schema", "orva-si/1"},
-                    {"input", input},
-                    {"complete", complete},
-                    {"transport_stream_id", value_or_null(found.transport_stream_id)},
-                    {"original_network_id", value_or_null(found.original_network_id)},
-                    {"network_id", value_or_null(found.network_id)},
-                    {"networks", array_of(found.networks, one_network)},
-                    {"services", array_of(found.services, one_service)},
-                    {"programs", array_of(found.programs, one_program)},
-                    {"bouquets", array_of(found.bouquets, one_bouquet)},
-                    {"software_update",
-                     {{"services", array_of(found.updates.services, one_update)},
-                      {"PIDs", found.updates.pids}}}};
+    json told{{"schema", "orva-si/1"},
+              {"input", input},
+              {"complete", complete},
+              {"transport_stream_id", value_or_null(found.transport_stream_id)},
+              {"original_network_id", value_or_null(found.original_network_id)},
+              {"network_id", value_or_null(found.network_id)},
+              {"networks", array_of(found.networks, one_network)},
+              {"services", array_of(found.services, one_service)},
+              {"programs", array_of(found.programs, one_program)},
+              {"bouquets", array_of(found.bouquets, one_bouquet)},
+              {"software_update",
+               {{"services", array_of(found.updates.services, one_update)},
+                {"PIDs", found.updates.pids}}}};
+    if (limits)
+        told["limits"] = limits_json(*limits);
     return told.dump(2, ' ', false, json::error_handler_t::replace) + '\n';
 }
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "limit_report.h"
 #include "multiplex.h"
 #include "orva_si.h"
 #include "report.h"
@@ -113,7 +114,7 @@ outcome scan(const session &input, const options &chosen)
     }
     if (received_signal() != 0)
         result.how = ending::signal;
-    result.complete = running.get() == ORVA_SI_OK && session::times_full() == 0;
+    result.complete = running.get() == ORVA_SI_OK && !session::store_was_full();
     result.status = input.status();
     return result;
 }
@@ -133,7 +134,7 @@ std::string shortfall(const outcome &of)
         return "interrupted: what came until now is printed";
     if (of.how == ending::time_over)
         return "the time given is over: what came until now is printed";
-    if (session::times_full() != 0)
+    if (session::store_was_full())
         return "the library's store is full: what came after that is missing";
     const std::string missing = listed(store_view{}.incomplete());
     return missing.empty() ? "the scan failed" : "incomplete: " + missing;
@@ -231,6 +232,7 @@ int run_scan(const options &chosen)
     if (received_signal() != 0)
         result.how = ending::signal;
     int status = judge(result, found, chosen);
+    tell_limits(chosen);
     if (chosen.program && !keep_program(found, *chosen.program) &&
         (status == exit_complete || status == exit_partial)) {
         complain(input_name(chosen.input) + ": no program or service " +
@@ -238,8 +240,9 @@ int run_scan(const options &chosen)
         status = status == exit_complete ? exit_failure : status;
     }
     const bool complete = result.complete && result.how != ending::signal;
-    const bool printed = print(chosen.json ? json_report(found, chosen.input, complete)
-                                           : text_report(found, output_columns(), chosen.verbose));
+    const bool printed =
+        print(chosen.json ? json_report(found, chosen.input, complete, limits_for_json(chosen))
+                          : text_report(found, output_columns(), chosen.verbose));
     if (!printed)
         return exit_failure;
     return received_signal() != 0 ? exit_by_signal + received_signal() : status;

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <thread>
 
+#include "limit_report.h"
 #include "orva_si.h"
 #include "terminal.h"
 
@@ -26,11 +27,10 @@ std::uint32_t no_news(std::uint32_t, std::uint32_t, SiWord, std::uint32_t)
     return 0;
 }
 
-std::atomic<unsigned> full_total{0};
 std::atomic<bool> log_is_wanted{false};
 
-// The library says for every section that its store has no room for it: counted, and shown only to
-// those who asked for the log.
+// The library says for every section that its store has no room for it: shown only to those who
+// asked for the log.
 void hear(void *, OrvaDebugCategory *category, std::uint32_t level, const char *file,
           const char *function, std::uint32_t line, const char *text)
 {
@@ -38,7 +38,6 @@ void hear(void *, OrvaDebugCategory *category, std::uint32_t level, const char *
                                                    "fatal error: cant malloc memory!!!\n"};
     const std::string_view said{text};
     const bool is_full = level == 1 && (said == full[0] || said == full[1]);
-    full_total += is_full ? 1 : 0;
     if (is_full && !log_is_wanted)
         return;
     std::fprintf(stderr, "%s %u %s:%u %s: %s%s", orva_debug_category_name(category), level, file,
@@ -117,9 +116,11 @@ std::vector<SiEitRequest> session::event_services() const
     return services;
 }
 
-unsigned session::times_full()
+bool session::store_was_full()
 {
-    return full_total;
+    const SiLimitCounts now = limit_counts();
+    return now.tables.refused != 0 || now.table_bytes.refused != 0 ||
+           now.event_services.refused != 0 || now.event_bytes.refused != 0;
 }
 
 std::string reading_text(const OrvaDemuxStatus &status)

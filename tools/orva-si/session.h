@@ -28,8 +28,8 @@ public:
     OrvaDemuxStatus status() const;
     // The services whose events the input was seen to carry.
     std::vector<SiEitRequest> event_services() const;
-    // How often the library found its store full: what it holds is not all that came.
-    static unsigned times_full();
+    // Whether the library had no room for something: what it holds is not all that came.
+    static bool store_was_full();
 
 private:
     OrvaDemux *demux = nullptr;

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <ctime>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -11,6 +12,7 @@
 #include "channel_run.h"
 #include "event_channel.h"
 #include "language.h"
+#include "limit_report.h"
 #include "session.h"
 #include "terminal.h"
 #include "time_words.h"
@@ -78,7 +80,7 @@ int judge(const channel_run &of, bool any, const options &chosen)
         return exit_by_signal + received_signal();
     if (of.how == channel_end::input_failed)
         return input_error_status(of.status.error);
-    if (session::times_full() != 0)
+    if (session::store_was_full())
         complain(name + "the library's store is full: what came after that is missing");
     if (!any) {
         complain(name + "no tables came");
@@ -87,7 +89,7 @@ int judge(const channel_run &of, bool any, const options &chosen)
     const bool no_program = lacks_program(chosen);
     if (no_program)
         complain(name + "no program " + std::to_string(*chosen.program));
-    if (session::times_full() != 0 || of.status.error != ORVA_DEMUX_OK)
+    if (session::store_was_full() || of.status.error != ORVA_DEMUX_OK)
         return exit_partial;
     return no_program ? exit_failure : exit_complete;
 }
@@ -112,6 +114,9 @@ int run_watch(const options &chosen)
     };
     const channel_run result =
         run_channel(input, chosen, {.awaits_programs = true, .each_step = print_news});
+    tell_limits(chosen);
+    if (const auto limits = limits_for_json(chosen); limits && printed)
+        printed = print(limits_json_line(static_cast<std::uint32_t>(std::time(nullptr)), *limits));
     return printed ? judge(result, news.had_any(), chosen) : exit_failure;
 }
 
