@@ -203,6 +203,16 @@ inline bool are_stored(const carousel &all)
     return std::ranges::all_of(all, is_stored);
 }
 
+// A second of the background services, of those that the library has resumed.
+inline void run_timers()
+{
+    if (fake::timers().all_paused)
+        return;
+    for (std::size_t id = 0; id < fake::timers().timers.size(); ++id)
+        if (const fake::timer timer = fake::timers().timers[id]; !timer.paused)
+            timer.function(timer.user);
+}
+
 // How often a carousel turns, at most: longer than any request keeps its filter.
 inline constexpr unsigned patient = 70;
 inline constexpr unsigned impatient = 3;
@@ -215,9 +225,7 @@ inline bool receive(const carousel &all)
     for (unsigned turn = 0; turn < turns_at_most && !are_stored(all); ++turn) {
         for (const transmission &sent : all)
             send(sent);
-        Si_SectFlt_PmtBgService();
-        Si_SectFlt_ActPfEitBgService();
-        Si_SectFlt_ActSchEitBgService();
+        run_timers();
     }
     return are_stored(all);
 }
