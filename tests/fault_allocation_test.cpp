@@ -190,7 +190,7 @@ void run_with_fault(const scenario &what, std::size_t blocks_at_first, unsigned 
     what.before();
     fake::clear_log();
     (fails == how::once ? fake::fail_allocation : fake::fail_allocations_from)(n);
-    refused = false;
+    was_refused = false;
     turns_at_most = impatient;
     const bool right = what.act();
     turns_at_most = patient;
@@ -199,7 +199,7 @@ void run_with_fault(const scenario &what, std::size_t blocks_at_first, unsigned 
     EXPECT_TRUE(struck) << "the run differs from the one in which nothing fails";
     ++all.faults;
     EXPECT_EQ(broken_promise(), "");
-    if (!right && fails == how::once && !was_said() && !refused)
+    if (!right && fails == how::once && !was_said() && !was_refused)
         ++all.told_nobody;
     if (what.act())
         ++all.recovered;

@@ -17,6 +17,8 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <span>
@@ -121,16 +123,21 @@ inline carousel operator+(carousel one, const carousel &other)
     return one;
 }
 
-// Waits until the section thread has done with all that was delivered.
+// Waits until the section thread has done with all that was delivered. A lock that was forgotten
+// would stop the next step for ever: that ends the test.
 inline void settle()
 {
     using clock = std::chrono::steady_clock;
     constexpr std::chrono::seconds patience{20};
     for (const auto begin = clock::now(); Si_SectFlt_GetPendingCount() != 0; sched_yield())
         if (clock::now() - begin > patience) {
-            ADD_FAILURE() << "the section thread is stuck";
-            return;
+            std::fputs("the section thread is stuck\n", stderr);
+            std::abort();
         }
+    if (const std::string lock = held_lock(); !lock.empty()) {
+        std::fprintf(stderr, "nobody gives up a lock: %s\n", lock.c_str());
+        std::abort();
+    }
 }
 
 inline void send(const transmission &sent)
@@ -233,10 +240,10 @@ inline bool receive(const carousel &all)
 // ---- The library
 
 // Whether a call did what it was asked to; a refusal is kept in mind.
-inline bool refused = false;
+inline bool was_refused = false;
 inline bool granted(std::uint32_t result)
 {
-    refused = refused || result != ORVA_SI_OK;
+    was_refused = was_refused || result != ORVA_SI_OK;
     return result == ORVA_SI_OK;
 }
 
