@@ -125,7 +125,8 @@ TEST_F(Grants, OfAnyIdsAreAsGood)
         EXPECT_TRUE(whole_multiplex());
         EXPECT_TRUE(first_present_following());
         EXPECT_TRUE(data_carousels());
-        expect_recovery();
+        close_filters();
+        expect_rest();
     }
 }
 

@@ -140,10 +140,27 @@ inline void settle()
     }
 }
 
+// To every filter that lets it pass, as a demultiplexer would, but one after the other: the section
+// thread is done with one before the next comes.
 inline void send(const transmission &sent)
 {
-    fake::driver().broadcast(sent.pid, sent.section);
-    settle();
+    fake::recording_driver &driver = fake::driver();
+    const std::size_t granted_last = std::min(driver.filter_count(), si::pool_records().size());
+    std::vector<std::uint32_t> takers;
+    for (std::size_t at = driver.filter_count() - granted_last; at < driver.filter_count(); ++at) {
+        const std::uint32_t id = driver.filter_id(at);
+        const fake::driver_filter filter = driver.filter(id);
+        if (filter.running && filter.loaded.pid == sent.pid &&
+            fake::passes(filter.loaded, sent.section))
+            takers.push_back(id);
+    }
+    for (const std::uint32_t id : takers) {
+        if (driver.filter(id).loaded.list_mode != 0)
+            driver.deliver_batch(id, {sent.section});
+        else
+            driver.deliver(id, sent.section);
+        settle();
+    }
 }
 
 inline std::uint16_t word_at(const octets &section, std::size_t at)
