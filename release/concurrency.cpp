@@ -380,10 +380,42 @@ void ask_any(dice &d)
         fault(of.name, broken);
 }
 
+// What is answered without a lock, or without a section.
+using state_question = std::uint32_t (*)();
+constexpr state_question states[] = {
+    Orva_Si_IsScanMode,
+    Si_Ctl_GetTunningProgNo,
+    Orva_Si_GetCtlFlag,
+    Orva_Si_IsCancel,
+    Orva_Si_IsGotSection,
+    Orva_Si_IsDetectActNIT,
+    Orva_Si_IsDetectActSDT,
+    Si_CtlHelper_IsPatEnabled,
+    Si_CtlHelper_IsActPfEitEnabled,
+    Si_CtlHelper_IsOtherSchEitEnabled,
+    Si_CtlHelper_IsDSMCCEnabled,
+    Si_SectFlt_GetPendingCount,
+    Si_SectFlt_PrintEitFilterTask,
+    [] { return Orva_Si_GetPmtPid(1); },
+    [] { return Orva_Si_IsPmtExisted(1); },
+    [] { return Si_SectFlt_IsDsmccPid(dsmcc_pid); },
+    [] { return Si_SectFlt_IsEitEnabled(0x4E, 1); },
+    [] {
+        SiLimitCounts counts{};
+        return Orva_Si_GetLimitCounts(&counts);
+    },
+};
+
+void ask_state(dice &d)
+{
+    watched("a question about the state",
+            [&] { return states[d.below(static_cast<std::uint32_t>(std::size(states)))](); });
+}
+
 void asking_client(dice &d)
 {
     for (unsigned left = 50; left != 0; --left)
-        ask_any(d);
+        d.one_in(4) ? ask_state(d) : ask_any(d);
     if (d.one_in(2000))
         watched("Orva_Si_CancelScanChannel", Orva_Si_CancelScanChannel);
     if (d.one_in(200))
@@ -494,7 +526,7 @@ void check_the_end(const release::ledger &baseline)
     check(release::driver_counted.lost_buffers == 0, "a buffer did not come back");
     check(release::driver_counted.wrong_buffers == 0, "a buffer came back twice");
     check(counted.broken == 0, "an answer broke its promise");
-    empty_stores();
+    watched("emptying the stores", [] { empty_stores(); });
     check(release::live() == baseline, "memory is not given up");
 }
 
@@ -532,11 +564,12 @@ int main(int argc, char **argv)
     }
     on_air = make_corpus(seed);
     questions = all_getters();
+    thread_name = "main thread";
     start_library();
-    empty_stores();
-    const release::ledger baseline = release::live();
     {
         const call_watch watch;
+        watched("emptying the stores", [] { empty_stores(); });
+        const release::ledger baseline = release::live();
         {
             crew threads{workers, seed * 100};
             std::this_thread::sleep_for(std::chrono::seconds{seconds});
