@@ -123,13 +123,15 @@ inline carousel operator+(carousel one, const carousel &other)
     return one;
 }
 
-// Waits until the section thread has done with all that was delivered. A lock that was forgotten
-// would stop the next step for ever: that ends the test.
+// Waits until the section thread has done with all that was delivered and sleeps: else a start may
+// find it busy, for here no time passes while that asks again. A lock that was forgotten would stop
+// the next step for ever: that ends the test.
 inline void settle()
 {
     using clock = std::chrono::steady_clock;
     constexpr std::chrono::seconds patience{20};
-    for (const auto begin = clock::now(); Si_SectFlt_GetPendingCount() != 0; sched_yield())
+    for (const auto begin = clock::now();
+         Si_SectFlt_GetPendingCount() != 0 || Si_SectFlt_CheckRunningStatus() != 0; sched_yield())
         if (clock::now() - begin > patience) {
             std::fputs("the section thread is stuck\n", stderr);
             std::abort();
