@@ -178,8 +178,9 @@ corpus make_corpus(unsigned seed)
     dice d{seed};
     for (unsigned left = by_chance; left != 0; --left)
         all.push_back(random_table(d));
+    const auto valid = static_cast<std::uint32_t>(all.size());
     for (unsigned left = by_chance / 4; left != 0; --left) {
-        transmission some = all[d.below(static_cast<std::uint32_t>(all.size()))];
+        transmission some = all[d.below(valid)];
         some.section = spoiled(d, std::move(some.section));
         if (some.section.empty())
             some.section.push_back(d.byte());

@@ -10,17 +10,19 @@ import json
 import re
 import sys
 
-# Name, the files, and the per cent of lines and of branches below which it may not fall.
+# Name, the files, and the per cent of lines and of branches below which it may not fall. What no test reaches: guards behind
+# libucsi's own checks, starts that are stopped while they wait for the lock, the CRC_32 for other processors, exhausted memory
+# of the C++ library. Where threads race it differs from run to run by a few tenths.
 PARTS = [
-    ("readers", r"Src/(orva_si_(bytes|loops|crc)|dvbtables/orva_si_(codec|descr|tablelinks))[._]", 0, 0),
-    ("dispatcher", r"Src/orva_si_(model|modelhelper)\.", 0, 0),
-    ("stores", r"Src/orva_si_(modellistimpl|tableindex|recordindex|eitsummary|list|alloc|limits)[._]", 0, 0),
-    ("getters", r"Src/dvbtables/", 0, 0),
-    ("filters", r"Src/orva_si_sectflt", 0, 0),
-    ("the library", r"Src/", 0, 0),
-    ("demultiplexer", r"demux/", 0, 0),
-    ("platform", r"platform/", 0, 0),
-    ("tool", r"tools/orva-si/", 0, 0),
+    ("readers", r"Src/(orva_si_(bytes|loops)|dvbtables/orva_si_(codec|descr|tablelinks))[._]", 99.4, 97),
+    ("dispatcher", r"Src/orva_si_(model|modelhelper)\.", 99.9, 99),
+    ("stores", r"Src/orva_si_(modellistimpl|tableindex|recordindex|eitsummary|list|alloc|limits)[._]", 99.6, 96.5),
+    ("getters", r"Src/dvbtables/", 99.5, 96.4),
+    ("filters", r"Src/orva_si_sectflt", 98.5, 92.5),
+    ("the library", r"Src/", 99.2, 95.5),
+    ("demultiplexer", r"demux/", 97, 90),
+    ("platform", r"platform/", 96, 87),
+    ("tool", r"tools/orva-si/", 95, 73),
 ]
 
 
