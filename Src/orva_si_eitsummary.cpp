@@ -14,7 +14,7 @@ namespace {
 
 static_assert(sizeof(section_summary) == 12);
 
-// In one piece of memory: this, the marks of the sections' events, the records of the sections,
+// In one piece of memory: this, the marks of the sections' events, their bytes and their records,
 // what is known of each, how far tables have come, and where to find a section by table and number.
 struct summary_memory : list_companion {
     std::uint64_t changes; // of the list when the summary fitted it last
@@ -26,9 +26,9 @@ struct summary_memory : list_companion {
     bool every_one_distinct; // by table and number: slots find them all
 };
 constexpr std::size_t bytes_of_one =
-    sizeof(event_marks) + sizeof(SiEitSection *) + sizeof(section_summary);
+    sizeof(event_marks) + sizeof(std::uint8_t *) + sizeof(SiEitSection *) + sizeof(section_summary);
 static_assert(sizeof(summary_memory) % alignof(event_marks) == 0 &&
-              sizeof(event_marks) % alignof(SiEitSection *) == 0 &&
+              sizeof(event_marks) % alignof(std::uint8_t *) == 0 &&
               sizeof(SiEitSection *) % alignof(section_summary) == 0 &&
               sizeof(section_summary) % alignof(table_progress) == 0);
 
@@ -37,9 +37,14 @@ event_marks *marks(summary_memory *of)
     return reinterpret_cast<event_marks *>(of + 1);
 }
 
+std::uint8_t **contents(summary_memory *of)
+{
+    return reinterpret_cast<std::uint8_t **>(marks(of) + of->capacity);
+}
+
 SiEitSection **records(summary_memory *of)
 {
-    return reinterpret_cast<SiEitSection **>(marks(of) + of->capacity);
+    return reinterpret_cast<SiEitSection **>(contents(of) + of->capacity);
 }
 
 section_summary *known(summary_memory *of)
@@ -120,6 +125,7 @@ void enter_slot(summary_memory *in, std::size_t at)
 void note(summary_memory *in, std::size_t at, const SiEitSection &stored, std::uint32_t crc)
 {
     known(in)[at] = summary_of(stored, crc);
+    contents(in)[at] = stored.section;
     marks(in)[at] = marks_of_events(bytes_of(stored));
 }
 
@@ -152,6 +158,7 @@ summary_memory *with_room(si_list *sections, summary_memory *from, std::size_t c
     made->count = from->count;
     made->tables = from->tables;
     std::copy_n(marks(from), from->count, marks(made));
+    std::copy_n(contents(from), from->count, contents(made));
     std::copy_n(records(from), from->count, records(made));
     std::copy_n(known(from), from->count, known(made));
     std::ranges::copy(tables(from), tables(made).begin());
@@ -201,7 +208,7 @@ service_summary view_of(summary_memory *of)
 {
     if (of == nullptr)
         return {};
-    return {{known(of), of->count}, records(of), marks(of)};
+    return {{known(of), of->count}, records(of), contents(of), marks(of)};
 }
 
 bool fits(const si_list *sections, const summary_memory *kept)

@@ -26,11 +26,13 @@ namespace si {
 struct section_summary {
     std::uint32_t crc;      // CRC_32
     std::uint16_t table_id; // of the record: folded
+    std::uint16_t size;     // bytes that are there
     std::uint8_t section_number;
     std::uint8_t received_table_id;
     std::uint8_t version;
     std::uint8_t last_section_number;
-    bool held; // there are bytes
+
+    bool held() const { return size != 0; }
 };
 
 inline std::uint8_t byte_at(bytes section, std::size_t at)
@@ -56,11 +58,11 @@ inline section_summary summary_of(const SiEitSection &stored, std::uint32_t crc)
     const bytes section = bytes_of(stored);
     return {.crc = crc,
             .table_id = stored.table_id,
+            .size = static_cast<std::uint16_t>(section.size()),
             .section_number = stored.section_number,
             .received_table_id = byte_at(section, 0),
             .version = version_of(byte_at(section, 5)),
-            .last_section_number = byte_at(section, 7),
-            .held = !section.empty()};
+            .last_section_number = byte_at(section, 7)};
 }
 
 inline section_summary summary_of(const SiEitSection &stored)
@@ -79,7 +81,7 @@ struct table_progress {
     }
     bool concerns(const section_summary &known) const
     {
-        return known.held && known.received_table_id == table_id;
+        return known.held() && known.received_table_id == table_id;
     }
     bool has_ended() const { return state != progress_state::counting; }
     // Of present and following there are two sections.
@@ -128,10 +130,13 @@ event_marks marks_of_events(bytes section);
 // All sections of one list in their order, null elements left out.
 struct service_summary {
     std::span<const section_summary> known;
-    SiEitSection *const *record; // as many
-    const event_marks *events;   // as many
+    SiEitSection *const *record;  // as many
+    std::uint8_t *const *content; // as many
+    const event_marks *events;    // as many
 
     bool empty() const { return known.empty(); }
+    // What bytes_of says of the record, which is not read.
+    bytes bytes_at(std::size_t at) const { return {content[at], known[at].size}; }
 };
 
 // Each of these runs with the list's lock held. An empty summary says nothing: walk the list.

@@ -95,7 +95,7 @@ SiEitService *create_service(site here, const eit_arrival &in) SI_NEEDS(eit)
 SiEitSection *find_changed(SiEitService &service, const eit_arrival &in, bool &repeated)
 {
     const auto is_same = [&](const section_summary &known) {
-        return known.held && known.crc == in.crc;
+        return known.held() && known.crc == in.crc;
     };
     if (const auto only = only_section(service.sections, in.table_id, in.section_number)) {
         repeated = only->known != nullptr && is_same(*only->known);

@@ -340,12 +340,12 @@ std::uint32_t query_events(site here, const service_key &key, const End &end, Wa
         if (!wanted(kept.known[at]))
             continue;
         if (fetched != at)
-            fetch(bytes_of(*kept.record[at]));
+            fetch(kept.bytes_at(at));
         if (at + 1 < kept.known.size() && sought.may_be_in(kept.events[at + 1])) {
             fetched = at + 1;
-            fetch(bytes_of(*kept.record[fetched]));
+            fetch(kept.bytes_at(fetched));
         }
-        answer = ask_section(bytes_of(*kept.record[at]));
+        answer = ask_section(kept.bytes_at(at));
     }
     return conclude(here, answer, end);
 }
