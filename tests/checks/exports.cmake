@@ -1,7 +1,8 @@
 # Each library exports the names of its list and no other; no C symbol of its objects is left to the linker
 # script to hide. Its name, what it needs, how it is bound and hardened.
 function(orva_check_exports library list needed) # and the targets whose objects it is made of
-    list(TRANSFORM ARGN REPLACE "(.+)" "$<FILTER:$<TARGET_OBJECTS:\\1>,EXCLUDE,cmake_pch>" OUTPUT_VARIABLE objects) # clang lists its precompiled headers
+    # Clang has its precompiled headers among them.
+    list(TRANSFORM ARGN REPLACE "(.+)" "$<FILTER:$<TARGET_OBJECTS:\\1>,EXCLUDE,cmake_pch>" OUTPUT_VARIABLE objects)
     add_test(NAME exports.${library}.library
         COMMAND sh ${CMAKE_CURRENT_SOURCE_DIR}/exports.sh library ${CMAKE_READELF} ${list} $<TARGET_FILE:${library}>)
     add_test(NAME exports.${library}.objects
