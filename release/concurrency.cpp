@@ -431,13 +431,8 @@ std::uint32_t client(std::uint32_t reason, std::uint32_t, SiWord data, std::uint
     thread_local dice d{99};
     thread_name = "section thread";
     ++counted.notifications;
-    if (reason == SI_REASON_DSMCC) {
-        const auto *section = reinterpret_cast<const SiDsmccNotify *>(data);
-        unsigned sum = 0;
-        for (unsigned i = 0; i < section->length; ++i)
-            sum += section->section[i];
-        counted.answered.add(sum & 1u);
-    }
+    if (reason == SI_REASON_DSMCC)
+        counted.answered.add(sum_of_section(data) & 1u);
     if (d.one_in(5))
         ask_any(d);
     if (d.one_in(40))

@@ -339,13 +339,8 @@ std::uint32_t client(std::uint32_t reason, std::uint32_t, SiWord data, std::uint
 {
     thread_local dice d{99};
     ++counted.notifications;
-    if (reason == SI_REASON_DSMCC) {
-        const auto *section = reinterpret_cast<const SiDsmccNotify *>(data);
-        unsigned sum = 0;
-        for (unsigned i = 0; i < section->length; ++i)
-            sum += section->section[i];
-        counted.answers.add(sum & 1u);
-    }
+    if (reason == SI_REASON_DSMCC)
+        counted.answers.add(sum_of_section(data) & 1u);
     if (d.one_in(5))
         d.one_in(2) ? ask_about_events(d) : ask(d);
     if (d.one_in(100))

@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "orva_si/channel.h"
+#include "orva_si/notify.h"
 #include "orva_si/query_event.h"
 #include "orva_si/store.h"
 #include "support/descriptors.h"
@@ -36,6 +37,16 @@
 #include "support/store.h"
 
 namespace test {
+
+// Reads every byte of the section that SI_REASON_DSMCC tells of.
+inline unsigned sum_of_section(SiWord data)
+{
+    const auto *told = reinterpret_cast<const SiDsmccNotify *>(data);
+    unsigned sum = 0;
+    for (unsigned i = 0; i < told->length; ++i)
+        sum += told->section[i];
+    return sum;
+}
 
 // ---- Threads
 
