@@ -86,7 +86,7 @@ void remember(section_filter &filter, bytes section, std::uint64_t content)
     if (content == 0)
         return;
     if (filter.given_epoch != the_delivery().epoch || filter.given.size() >= most_given) {
-        forget_given(filter);
+        filter.given.clear();
         filter.given_epoch = the_delivery().epoch;
     }
     filter.given.insert(content);
@@ -232,13 +232,6 @@ bool wait_for_room()
     return false;
 }
 
-// A set that is cleared keeps its buckets, and passes through all of them each time.
-void forget_given(section_filter &filter)
-{
-    if (!filter.given.empty())
-        filter.given = std::unordered_set<std::uint64_t>{};
-}
-
 bool still_queued(section_filter &filter, std::uint64_t content)
 {
     return filter.given_epoch == the_delivery().epoch && filter.given.contains(content);
@@ -263,6 +256,7 @@ bool give(std::uint32_t id, bytes section, std::uint64_t content)
     if (filter.batch == nullptr) {
         filter.batch = take_buffer(state);
         filter.batch_due = steady::now() + batch_patience;
+        state.first_due = std::min(state.first_due, filter.batch_due);
     }
     add_section(*filter.batch, section);
     return filter.batch->sizes.size() >= batch_length(filter.setting);
@@ -273,11 +267,20 @@ void flush_batch(held_lock &held, std::uint32_t id)
     deliver(held, id, std::move(the_delivery().filters[id].batch));
 }
 
-std::optional<std::uint32_t> due_batch(const delivery &of, steady::time_point now, bool all)
+std::optional<std::uint32_t> due_batch(delivery &of, steady::time_point now, bool all)
 {
-    for (std::uint32_t id = 0; id < of.used_ids; ++id)
-        if (of.filters[id].batch != nullptr && (all || of.filters[id].batch_due <= now))
+    if (!all && now < of.first_due)
+        return std::nullopt;
+    steady::time_point first = far_future;
+    for (std::uint32_t id = 0; id < of.used_ids; ++id) {
+        const section_filter &filter = of.filters[id];
+        if (filter.batch == nullptr)
+            continue;
+        if (all || filter.batch_due <= now)
             return id;
+        first = std::min(first, filter.batch_due);
+    }
+    of.first_due = first;
     return std::nullopt;
 }
 

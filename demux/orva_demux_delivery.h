@@ -15,10 +15,10 @@
 #include <optional>
 #include <thread>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "orva_demux_carousel.h"
+#include "orva_demux_given.h"
 #include "orva_demux_input.h"
 #include "orva_demux_reread.h"
 #include "orva_si/filter.h"
@@ -75,8 +75,7 @@ struct section_filter {
     steady::time_point effective;
     std::unique_ptr<delivery_buffer> batch; // sections that wait for more
     steady::time_point batch_due;
-    std::unordered_set<std::uint64_t>
-        given; // contents given under this setting that may still be queued
+    given_contents given; // under this setting, that may still be queued
     std::uint64_t given_epoch = 0;
     std::array<std::uint64_t, 2>
         times{}; // contents of the last TDT and TOT given under this setting
@@ -111,6 +110,7 @@ struct delivery {
     std::uint32_t pending = 0; // as last asked; delivering thread only
     std::uint64_t epoch = 0;   // grows when all that was given is done; delivering thread only
     std::uint64_t delivered_before = 0; // as of the last epoch; delivering thread only
+    steady::time_point first_due{};     // no batch is due before; delivering thread only
 };
 
 // The one delivery of the process: the handlers carry no context.
@@ -176,7 +176,6 @@ void serve(carousel &from, packet_reader &again);
 // ---- Steps of the delivery; the lock is held. flush_batch releases it while the callback runs:
 // what is known of any filter may be out of date behind it.
 
-void forget_given(section_filter &filter);
 // All that waits for delivery to a filter.
 void drop_batches(std::uint32_t id);
 bool still_queued(section_filter &filter, std::uint64_t content);
@@ -184,7 +183,7 @@ bool still_queued(section_filter &filter, std::uint64_t content);
 bool give(std::uint32_t id, bytes section, std::uint64_t content);
 void flush_batch(held_lock &held, std::uint32_t id);
 // A filter whose batch is due; all: any batch.
-std::optional<std::uint32_t> due_batch(const delivery &of, steady::time_point now, bool all);
+std::optional<std::uint32_t> due_batch(delivery &of, steady::time_point now, bool all);
 
 bool is_armed(const section_filter &filter);
 

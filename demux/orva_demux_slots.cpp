@@ -35,7 +35,7 @@ void silence(held_lock &held, std::uint32_t id)
         --*armed_count(filter);
     filter.enabled = false;
     drop_batches(id);
-    forget_given(filter);
+    filter.given.clear();
     filter.times = {};
     state.work.notify_all();
     if (state.thread == std::this_thread::get_id())
