@@ -7,9 +7,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <optional>
 #include <span>
-#include <stdexcept>
 #include <vector>
 
 #include "dvbtables/orva_si_codec.h"
@@ -31,7 +31,7 @@ public:
         void *map =
             mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (map == MAP_FAILED || size > page)
-            throw std::runtime_error("no guarded buffer");
+            std::abort();
         start = static_cast<std::uint8_t *>(map);
         mprotect(start + page, page, PROT_NONE);
         room = {start + page - size, size};
