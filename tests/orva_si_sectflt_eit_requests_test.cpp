@@ -2,7 +2,7 @@
 // Requests for events: the order of the checks, what is said about fetched filters, how long a
 // request keeps one.
 #include "orva_si_alloc.h"
-#include "support/filters.h"
+#include "support/eit_filters.h"
 
 using namespace test;
 using testing::AllOf;
@@ -12,35 +12,8 @@ using testing::Field;
 
 namespace {
 
-constexpr std::uint32_t disabled = 0x20065;
-constexpr std::uint16_t ts = 0x11;
-constexpr std::uint16_t onid = 0x22;
-constexpr auto act_pf = si::act_pf_eit_task;
-constexpr auto other_pf = si::other_pf_eit_task;
-constexpr auto act_sch = si::act_sch_eit_task;
-constexpr auto other_sch = si::other_sch_eit_task;
-
-class EitRequests : public Filters {
+class EitRequests : public EitFilters {
 protected:
-    EitRequests() { tune(1); }
-
-    static std::uint32_t start_pf(const std::vector<std::uint16_t> &ids)
-    {
-        return Si_SectFlt_StartActPfEit(ts, onid, ids.data(),
-                                        static_cast<std::uint32_t>(ids.size()));
-    }
-    static std::uint32_t start_sch(const std::vector<std::uint16_t> &ids)
-    {
-        return Si_SectFlt_StartActSchEit(ts, onid, 1, ids.data(),
-                                         static_cast<std::uint32_t>(ids.size()));
-    }
-    static std::vector<std::uint16_t> requested(si::task_row row)
-    {
-        std::vector<std::uint16_t> ids;
-        for (const task_item_eit *item : items<task_item_eit>(row))
-            ids.push_back(item->service_id);
-        return ids;
-    }
     // Runs of a service until the first filter of a row serves another request.
     static int runs_until_the_next(si::task_row row, std::uint32_t (*service)())
     {
@@ -107,8 +80,8 @@ TEST_F(Checks, TakeTheWholeOfAnArrayOf255)
         ids[i] = static_cast<std::uint16_t>(i + 1);
     EXPECT_EQ(start_pf(ids), ORVA_SI_OK);
     EXPECT_EQ(start_sch(ids), ORVA_SI_OK);
-    EXPECT_EQ(requested(act_pf), ids);
-    EXPECT_EQ(requested(act_sch), ids);
+    EXPECT_EQ(queued(act_pf), ids);
+    EXPECT_EQ(queued(act_sch), ids);
 }
 
 TEST_F(Checks, LeaveTheHighHalvesOfIdsOut)
@@ -127,8 +100,8 @@ TEST_F(Duplicates, InOneArrayAreQueuedOnce)
 {
     EXPECT_EQ(start_pf({1, 2, 2, 1}), ORVA_SI_OK);
     EXPECT_EQ(start_sch({3, 3}), ORVA_SI_OK);
-    EXPECT_THAT(requested(act_pf), ElementsAre(1, 2));
-    EXPECT_THAT(requested(act_sch), ElementsAre(3));
+    EXPECT_THAT(queued(act_pf), ElementsAre(1, 2));
+    EXPECT_THAT(queued(act_sch), ElementsAre(3));
     EXPECT_TRUE(fake::logged(2, "Duplicated acutal PF EIT tasks: service_id: 0x1!\n"));
     EXPECT_TRUE(fake::logged(2, "Duplicated acutal PF EIT tasks: service_id: 0x2!\n"));
     EXPECT_TRUE(fake::logged(3, "Duplicated EIT tasks!\n"));
