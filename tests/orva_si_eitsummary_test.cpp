@@ -180,6 +180,32 @@ TEST_F(ClientEdits, AListOfNullElementsHoldsNothing)
         si_list_add(list(), each, -1);
 }
 
+TEST_F(ClientEdits, AReplacedSectionChangesNoSummaryThatDoesNotFit)
+{
+    SiEitSection *gone = taken_out(list(), 0);
+    si::summary_replaced(list(), records()[0]);
+    EXPECT_TRUE(si::fitting_summary(list()).empty());
+    si_list_add(list(), gone, -1);
+}
+
+TEST_F(ClientEdits, ARecordOfAnotherListChangesNoSummary)
+{
+    SiEitSection *foreign = made(schedule(8, 0x10, 1, 77));
+    const std::vector<std::uint16_t> before = answers();
+    const auto versions = [] {
+        std::vector<std::uint32_t> all;
+        for (const si::section_summary &known : si::fitting_summary(list()).known)
+            all.push_back(known.crc);
+        return all;
+    };
+    const std::vector<std::uint32_t> kept = versions();
+    ASSERT_THAT(kept, SizeIs(3));
+    si::summary_replaced(list(), foreign);
+    EXPECT_EQ(versions(), kept);
+    EXPECT_EQ(answers(), before);
+    si_list_add(list(), foreign, -1); // so that it is freed with the others
+}
+
 TEST_F(ClientEdits, AServiceOfTheClientsOwnIsServed)
 {
     SiEitService own{
@@ -546,6 +572,7 @@ TEST_P(AgainstAModelWithAClient, TheStoreTellsReArmsAndAnswersAlike)
     EXPECT_GT(fitted, 1500U); // it was the summary that answered
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, AgainstAModelWithAClient, testing::Range(1U, 1U + test::part_of(12)));
+INSTANTIATE_TEST_SUITE_P(Seeds, AgainstAModelWithAClient,
+                         testing::Range(1U, 1U + test::part_of(12)));
 
 } // namespace

@@ -46,16 +46,13 @@ std::uint8_t *end_of(section_ext *section)
 }
 
 // The codecs of NIT and BAT walk the transport streams up to the CRC_32 whatever the loop's own
-// length says, the accessors go by that length alone. Null when not even the length field lies in
-// the section.
+// length says, the accessors go by that length alone.
 template <class Section, class Part2>
 Section *with_bounded_loop(Section *section, Part2 *loop)
 {
     const auto room = end_of(&section->head) - reinterpret_cast<const std::uint8_t *>(loop + 1);
-    if (room < 0)
-        return nullptr;
-    if (loop->transport_stream_loop_length > room)
-        loop->transport_stream_loop_length = static_cast<std::uint16_t>(room & 0xFFF);
+    const auto length = std::clamp<std::ptrdiff_t>(room, 0, loop->transport_stream_loop_length);
+    loop->transport_stream_loop_length = static_cast<std::uint16_t>(length & 0xFFF);
     return section;
 }
 
