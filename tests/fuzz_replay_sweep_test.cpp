@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 // Every seed of the fuzzers through the dispatcher with each byte at every value, cut at each
-// length, and with each length field at every value, the CRC_32 right each time: alone, and as what
+// length, with a byte more or less at each place, and with each length field at every value, the
+// CRC_32 right each time: alone, and as what
 // follows upon the good section. Each time all getters of its kind of table are asked.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -72,6 +74,29 @@ TEST_P(FuzzSweep, CutAtEachLength)
         ask_alone_and_behind_the_good_one(cut);
     }
     EXPECT_EQ(inputs, good.size() * 4);
+}
+
+// What follows is out of step with the lengths of the loops and descriptors around it.
+TEST_P(FuzzSweep, AByteMoreOrLessAtEachPlace)
+{
+    constexpr std::ptrdiff_t first = 3; // behind section_length
+    constexpr std::ptrdiff_t crc_bytes = 4;
+    const auto ask_repaired = [&](fuzz::octets changed) {
+        fuzz::repair_length(changed);
+        fuzz::repair_crc(changed);
+        ask_alone_and_behind_the_good_one(changed);
+    };
+    for (std::ptrdiff_t at = first; at < std::ssize(good) - crc_bytes; ++at) {
+        fuzz::octets less = good;
+        less.erase(less.begin() + at);
+        ask_repaired(less);
+        for (unsigned value = 0; value <= 0xFF; value += std::max(3U, test::sweep_step)) {
+            fuzz::octets more = good;
+            more.insert(more.begin() + at, static_cast<std::uint8_t>(value));
+            ask_repaired(more);
+        }
+    }
+    EXPECT_GT(inputs, good.size());
 }
 
 TEST_P(FuzzSweep, EachLengthFieldAtEveryValue)

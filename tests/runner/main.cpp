@@ -42,14 +42,19 @@ struct settings {
     std::chrono::seconds timeout{180};
 };
 
-// What a test's process says of itself, in memory that it shares with this one.
 enum class verdict { none, passed, failed, skipped, disabled };
+
+// What a test's process says of itself, in memory that it shares with this one.
+struct statement {
+    verdict of_test;
+    unsigned long inputs;
+};
 
 struct test_process {
     std::string name;
     pid_t pid;
     FILE *output;
-    verdict *said;
+    statement *said;
     clock_type::time_point started;
     bool timed_out = false;
 };
@@ -58,6 +63,7 @@ struct tally {
     unsigned passed = 0;
     unsigned skipped = 0;
     unsigned disabled = 0;
+    unsigned long inputs = 0;
     std::vector<std::string> failed;
 };
 
@@ -137,7 +143,21 @@ verdict verdict_of(const testing::UnitTest &unit, int result)
     return unit.skipped_test_count() != 0 ? verdict::skipped : verdict::passed;
 }
 
-[[noreturn]] void run_alone(const std::string &name, FILE *output, verdict &said,
+unsigned long inputs_of(const testing::UnitTest &unit)
+{
+    unsigned long inputs = 0;
+    for (int suite = 0; suite < unit.total_test_suite_count(); ++suite)
+        for (int test = 0; test < unit.GetTestSuite(suite)->total_test_count(); ++test) {
+            const testing::TestResult &result =
+                *unit.GetTestSuite(suite)->GetTestInfo(test)->result();
+            for (int at = 0; at < result.test_property_count(); ++at)
+                if (result.GetTestProperty(at).key() == std::string_view{"inputs"})
+                    inputs += std::strtoul(result.GetTestProperty(at).value(), nullptr, 10);
+        }
+    return inputs;
+}
+
+[[noreturn]] void run_alone(const std::string &name, FILE *output, statement &said,
                             const sigset_t &signals)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -150,19 +170,20 @@ verdict verdict_of(const testing::UnitTest &unit, int result)
     GTEST_FLAG_SET(filter, name);
     const int result = RUN_ALL_TESTS();
     std::fflush(nullptr);
-    said = verdict_of(*testing::UnitTest::GetInstance(), result);
+    const testing::UnitTest &unit = *testing::UnitTest::GetInstance();
+    said = {verdict_of(unit, result), inputs_of(unit)};
     std::exit(result);
 }
 
 test_process start(const std::string &name, const sigset_t &signals)
 {
     void *shared =
-        mmap(nullptr, sizeof(verdict), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        mmap(nullptr, sizeof(statement), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     FILE *output = std::tmpfile();
     if (shared == MAP_FAILED || output == nullptr)
         give_up(name.c_str());
     fcntl(fileno(output), F_SETFD, FD_CLOEXEC);
-    auto *said = static_cast<verdict *>(shared);
+    auto *said = static_cast<statement *>(shared);
     std::fflush(nullptr);
     const pid_t pid = fork();
     if (pid < 0)
@@ -180,9 +201,9 @@ std::string fault_of(const test_process &test, int status, const settings &wante
         return "not over in " + std::to_string(wanted.timeout.count()) + " s";
     if (WIFSIGNALED(status))
         return std::string{"killed by "} + strsignal(WTERMSIG(status));
-    if (*test.said == verdict::failed)
+    if (test.said->of_test == verdict::failed)
         return "failed";
-    if (*test.said == verdict::none)
+    if (test.said->of_test == verdict::none)
         return "ended too early with status " + std::to_string(WEXITSTATUS(status));
     if (WEXITSTATUS(status) != 0)
         return "status " + std::to_string(WEXITSTATUS(status)) + " after its end";
@@ -207,16 +228,17 @@ void conclude(test_process &test, int status, const settings &wanted, bool show,
     if (!fault.empty()) {
         word = "FAILED";
         all.failed.push_back(test.name + " (" + fault + ")");
-    } else if (*test.said == verdict::skipped) {
+    } else if (test.said->of_test == verdict::skipped) {
         word = "skipped";
         ++all.skipped;
-    } else if (*test.said == verdict::disabled) {
+    } else if (test.said->of_test == verdict::disabled) {
         word = "disabled";
         ++all.disabled;
     } else {
         ++all.passed;
     }
-    if (show || !fault.empty() || *test.said == verdict::skipped)
+    all.inputs += test.said->inputs;
+    if (show || !fault.empty() || test.said->of_test == verdict::skipped)
         copy_to_stdout(test.output);
     std::printf("%-8s %s%s%s (%lld ms)\n", word, test.name.c_str(), fault.empty() ? "" : ": ",
                 fault.c_str(), static_cast<long long>(took.count()));
@@ -268,6 +290,8 @@ int report(const tally &all)
         std::printf("FAILED: %s\n", failure.c_str());
     std::printf("tests: %u passed, %zu failed, %u skipped, %u disabled\n", all.passed,
                 all.failed.size(), all.skipped, all.disabled);
+    if (all.inputs != 0)
+        std::printf("inputs: %lu\n", all.inputs);
     if (!all.failed.empty() || all.passed + all.skipped + all.disabled == 0)
         return 1;
     return all.passed == 0 && all.skipped != 0 ? 77 : 0;
