@@ -475,8 +475,19 @@ void stop_all()
     });
 }
 
+void expect_empty_stores()
+{
+    SiLimitCounts counts{};
+    Orva_Si_GetLimitCounts(&counts);
+    for (const SiLimitCount &each :
+         {counts.tables, counts.table_bytes, counts.event_services, counts.event_bytes,
+          counts.queued_sections, counts.queued_bytes, counts.busy_queue})
+        claim(each.used == 0, "something counts as held although all is gone");
+}
+
 void expect_rest(bool slots_failed)
 {
+    expect_empty_stores();
     const fake::recording_driver &driver = fake::driver();
     claim(driver.lent() == driver.returned(), "a buffer is kept");
     claim(driver.wrongly_returned() == 0, "a buffer comes back twice");

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t most_held = 16;
 constexpr std::size_t most_steps = 24;
-constexpr std::uint32_t largest_request = 1024;
+constexpr std::uint32_t largest_request = 2560; // more than the largest pool has
 
 struct holding {
     std::uint8_t *memory;

@@ -398,6 +398,10 @@ constexpr state_question states[] = {
     Si_SectFlt_GetPendingCount,
     Si_SectFlt_PrintEitFilterTask,
     [] { return Orva_Si_GetPmtPid(1); },
+    [] {
+        SiLimitCounts counts;
+        return Orva_Si_GetLimitCounts(&counts);
+    },
     [] { return Orva_Si_IsPmtExisted(1); },
     [] { return Si_SectFlt_IsDsmccPid(dsmcc_pid); },
     [] { return Si_SectFlt_IsEitEnabled(0x4E, 1); },

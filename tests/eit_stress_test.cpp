@@ -526,11 +526,6 @@ ledger play_round(unsigned number, std::chrono::duration<double> length)
     return live();
 }
 
-// What every run has done something of.
-struct piece_of_work {
-    const char *name;
-    const tally &done;
-};
 const piece_of_work work[] = {{"sections", counted.sections},
                               {"hostile sections", counted.hostile},
                               {"stored before erasures", counted.stored},
@@ -550,15 +545,9 @@ const piece_of_work work[] = {{"sections", counted.sections},
                               {"schedule service runs", counted.schedule_runs},
                               {"locked language calls", counted.locked_language_calls}};
 
-bool all_is_done()
-{
-    return std::ranges::all_of(work, [](const piece_of_work &of) { return of.done != 0; });
-}
-
 void report_work()
 {
-    for (const piece_of_work &of : work)
-        report(of.name, of.done);
+    report(work);
     std::printf("%-28s %zu\n%-28s %zu\n", "stream changes", std::size_t{counted.stream_changes},
                 "about hostile services", std::size_t{counted.hostile_answers});
 }
@@ -581,7 +570,9 @@ TEST(EitStress, AnswersAreRightAndTheErasedStoreHoldsNothing)
     const ledger baseline = live();
     const auto length = duration(2s) / double{rounds};
     const auto end = std::chrono::steady_clock::now() + duration(2s) + grace;
-    const auto goes_on = [&] { return !all_is_done() && std::chrono::steady_clock::now() < end; };
+    const auto goes_on = [&] {
+        return !all_is_done(work) && std::chrono::steady_clock::now() < end;
+    };
     for (unsigned round = 0; round < rounds || goes_on(); ++round)
         EXPECT_EQ(play_round(round, length), baseline) << "round " << round;
 

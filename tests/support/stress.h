@@ -69,12 +69,26 @@ private:
     std::atomic<std::size_t> number{0};
 };
 
-// Work that was done: printed, kept with the result, and something.
-inline void report(const char *what, std::size_t count)
+// What every run has done something of.
+struct piece_of_work {
+    const char *name;
+    const tally &done;
+};
+
+inline bool all_is_done(std::span<const piece_of_work> work)
 {
-    testing::Test::RecordProperty(what, static_cast<int>(count));
-    std::printf("%-28s %zu\n", what, count);
-    EXPECT_GT(count, 0u) << what;
+    return std::ranges::all_of(work, [](const piece_of_work &of) { return of.done != 0; });
+}
+
+// Printed, kept with the result, and something.
+inline void report(std::span<const piece_of_work> work)
+{
+    for (const auto &[name, done] : work) {
+        const std::size_t count = done;
+        testing::Test::RecordProperty(name, static_cast<int>(count));
+        std::printf("%-28s %zu\n", name, count);
+        EXPECT_GT(count, 0u) << name;
+    }
 }
 
 class dice {
