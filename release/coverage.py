@@ -14,15 +14,15 @@ import sys
 # libucsi's own checks, starts that are stopped while they wait for the lock, the CRC_32 for other processors, exhausted memory
 # of the C++ library. Where threads race it differs from run to run by a few tenths.
 PARTS = [
-    ("readers", r"Src/(orva_si_(bytes|loops)|dvbtables/orva_si_(codec|descr|tablelinks))[._]", 99.4, 97),
-    ("dispatcher", r"Src/orva_si_(model|modelhelper)\.", 99.9, 99),
-    ("stores", r"Src/orva_si_(modellistimpl|tableindex|recordindex|eitsummary|list|alloc|limits)[._]", 99.6, 96.5),
-    ("getters", r"Src/dvbtables/", 99.5, 96.4),
-    ("filters", r"Src/orva_si_sectflt", 98.5, 92.5),
-    ("the library", r"Src/", 99.2, 95.5),
-    ("demultiplexer", r"demux/", 97, 90),
+    ("readers", r"Src/(orva_si_(bytes|loops)|dvbtables/orva_si_(codec|descr|tablelinks))[._]", 100, 99),
+    ("dispatcher", r"Src/orva_si_(model|modelhelper)\.", 100, 99),
+    ("stores", r"Src/orva_si_(modellistimpl|tableindex|recordindex|eitsummary|list|alloc|limits)[._]", 100, 96.5),
+    ("getters", r"Src/dvbtables/", 99.9, 97),
+    ("filters", r"Src/orva_si_sectflt", 98.5, 92.8),
+    ("the library", r"Src/", 99.4, 96),
+    ("demultiplexer", r"demux/", 97.5, 91),
     ("platform", r"platform/", 96, 87),
-    ("tool", r"tools/orva-si/", 95, 73),
+    ("tool", r"tools/orva-si/", 96, 81),
 ]
 
 

@@ -98,7 +98,7 @@ constexpr unsigned every_id = part_of(65536);
 constexpr unsigned most_tables = 3584; // that are not of the tuned multiplex
 constexpr unsigned most_event_services = 7168;
 constexpr bool is_fast = ORVA_TEST_DIVISOR == 1;
-constexpr double most_ms = is_fast ? 10 : 100;
+constexpr double most_ms = is_fast ? 10 : 20 * ORVA_TEST_DIVISOR; // of CPU time
 
 class HostileMultiplex : public BroadcastLibrary {
 protected:

@@ -180,6 +180,22 @@ TEST_F(ClientEdits, AListOfNullElementsHoldsNothing)
         si_list_add(list(), each, -1);
 }
 
+TEST_F(ClientEdits, ACompleteTableIsKnownWithoutMemoryToCountItsSections)
+{
+    const octets only = schedule(0, 0, 0, 10);
+    unsigned stored = 0;
+    for (unsigned nth = 1; nth <= 12; ++nth) {
+        Orva_Si_EraseAllEitRawData();
+        forget();
+        deliver_without_memory(only, nth);
+        if (services().empty() || records().empty() || records()[0]->section == nullptr)
+            continue;
+        ++stored;
+        EXPECT_THAT(filter_calls, Contains(complete(0x50, sid, 0))) << nth;
+    }
+    EXPECT_GE(stored, 6U); // the summary's two are among those that failed
+}
+
 TEST_F(ClientEdits, AReplacedSectionChangesNoSummaryThatDoesNotFit)
 {
     SiEitSection *gone = taken_out(list(), 0);
