@@ -109,6 +109,20 @@ constexpr eit_reason reason_of_event(std::uint8_t table_id, std::uint32_t change
     return {SI_REASON_EIT_SCHEDULE_NEW, "this is EPG got notify\n"};
 }
 
+void trace_event(site here, const SiEitNotify &what, const eit_reason &kind)
+{
+    if (!log_enabled(level::trace)) // once for four, because every new section of events comes here
+        return;
+    SI_LOG_AT(here, level::trace, "eit tableid=%#x,sectnum=%d\n", what.table_id,
+              what.section_number);
+    SI_LOG_AT(here, level::trace, "%s", kind.trace);
+    SI_LOG_AT(here, level::trace, "tsid=%d,onitid=%d,servid=%d,tblid=%#x, sectnum=%d\n",
+              what.transport_stream_id, what.original_network_id, what.service_id, what.table_id,
+              what.section_number);
+    SI_LOG_AT(here, level::trace, "the tableid =%d sectnum = %d \n", what.table_id,
+              what.section_number);
+}
+
 } // namespace
 
 } // namespace si
@@ -159,11 +173,7 @@ uint32_t Orva_Si_NotifyEit(uint16_t original_network_id, uint16_t transport_stre
     const SiEitNotify record{
         0, service_id, transport_stream_id, original_network_id, table_id, section_number, crc};
     const eit_reason kind = reason_of_event(table_id, changed);
-    SI_LOG(level::trace, "eit tableid=%#x,sectnum=%d\n", table_id, section_number);
-    SI_LOG(level::trace, "%s", kind.trace);
-    SI_LOG(level::trace, "tsid=%d,onitid=%d,servid=%d,tblid=%#x, sectnum=%d\n", transport_stream_id,
-           original_network_id, service_id, table_id, section_number);
-    SI_LOG(level::trace, "the tableid =%d sectnum = %d \n", table_id, section_number);
+    trace_event(SI_HERE, record, kind);
     return tell(SI_HERE, {.reason = kind.reason, .flag = 0, .data = address(record), .value = 0},
                 "No Callback to notify Eit changed!\n");
 }
