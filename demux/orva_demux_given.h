@@ -17,7 +17,7 @@ public:
     std::size_t size() const { return count; }
     bool contains(std::uint64_t content) const
     {
-        return count != 0 && slots[slot_of(content)] == content;
+        return content != 0 && count != 0 && slots[slot_of(content)] == content;
     }
     void insert(std::uint64_t content)
     {

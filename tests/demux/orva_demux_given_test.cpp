@@ -39,6 +39,14 @@ TEST(Given, TheSameAsASetHolds)
         EXPECT_EQ(given.contains(content), model.contains(content)) << content;
 }
 
+TEST(Given, WhatHasNoNumberWasNeverGiven)
+{
+    given_contents given;
+    EXPECT_FALSE(given.contains(0));
+    given.insert(1);
+    EXPECT_FALSE(given.contains(0));
+}
+
 TEST(Given, ForgetsAll)
 {
     given_contents given;
