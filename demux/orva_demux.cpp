@@ -48,13 +48,13 @@ std::size_t carousel_limit(const OrvaDemuxOptions &options)
 // Written by the reading thread alone unless it says otherwise.
 struct OrvaDemux {
     explicit OrvaDemux(const OrvaDemuxOptions &with)
-        : realtime{with.realtime != 0}, kept{carousel_limit(with)},
-          assembler{
-              [this](std::uint16_t pid, si::bytes section) { take_section(*this, pid, section); }}
+        : kept{carousel_limit(with)}, assembler{[this](std::uint16_t pid, si::bytes section) {
+              take_section(*this, pid, section);
+          }}
     {
     }
 
-    bool realtime;
+    bool realtime = false; // at the pace of its PCR
     input in;
     packet_sync sync;
     pacer pace;
@@ -89,7 +89,8 @@ void take_section(OrvaDemux &demux, std::uint16_t pid, si::bytes section)
 {
     if (pid == eit_pid && is_long_section(section))
         note_eit_service(demux, section);
-    offer(pid, section, keep(demux.kept, pid, section, demux.assembler.place));
+    const bool ends = !demux.in.datagrams; // else there is nothing to keep it for
+    offer(pid, section, ends ? keep(demux.kept, pid, section, demux.assembler.place) : 0);
 }
 
 // Takes the packets of what was read so far.
@@ -173,6 +174,8 @@ OrvaDemuxError start(std::unique_ptr<OrvaDemux> &demux, const char *name,
         if (const OrvaDemuxError error = open_input(demux->in, name); error != ORVA_DEMUX_OK)
             return error;
         demux->kept.rereads = demux->in.regular;
+        the_delivery().live = demux->in.datagrams.has_value();
+        demux->realtime = options.realtime != 0 && !the_delivery().live;
         demux->thread = std::thread{run, std::ref(*demux)};
         return ORVA_DEMUX_OK;
     } catch (const std::bad_alloc &) {
@@ -257,7 +260,7 @@ const char *orva_demux_error_text(OrvaDemuxError error)
         "the input is missing or cannot be read",
         "the input is empty",
         "the input is not a transport stream",
-        "the input is not written as a path or -",
+        "the input is not written as a path, - or udp://[@]address:port",
         "another demultiplexer is open",
         "out of memory or threads",
         "reading the input failed half-way",

@@ -115,6 +115,7 @@ bool open_delivery()
         return false;
     state.open = true;
     state.stopping = false;
+    state.live = false;
     state.delivered = 0;
     state.congested = 0;
     state.delivered_before = 0;
@@ -225,7 +226,8 @@ bool wait_for_room()
             ++state.epoch;
             state.delivered_before = state.delivered;
         }
-        if (state.pending < room && state.lent_count.load(std::memory_order_relaxed) < most_lent)
+        const bool has_room = state.live || state.pending < room;
+        if (has_room && state.lent_count.load(std::memory_order_relaxed) < most_lent)
             return true;
         std::this_thread::sleep_for(pause);
     }

@@ -93,6 +93,7 @@ struct delivery {
     std::condition_variable idle; // for those who wait for a callback to end
     bool open = false;
     std::atomic<bool> stopping = false;
+    bool live = false;      // the input does not wait: sections go to the receiver, room or not
     std::thread::id thread; // the delivering one
     std::array<section_filter, filter_ids> filters;
     std::uint32_t used_ids = 0;                                // all ids in use are below

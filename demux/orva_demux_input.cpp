@@ -78,7 +78,8 @@ int milliseconds_until(steady::time_point until)
     return static_cast<int>(std::clamp<std::int64_t>(left, 0, 60'000));
 }
 
-// Waits for bytes of a pipe. Its end and its failure count as bytes: read tells which it is.
+// Waits for bytes of a pipe or socket. Its end and its failure count as bytes: read tells which it
+// is.
 read_result wait_for_bytes(const input &in, steady::time_point until)
 {
     pollfd polled[2] = {{in.fd, POLLIN, 0}, {in.wake[0], POLLIN, 0}};
@@ -100,9 +101,11 @@ input::~input()
 
 OrvaDemuxError open_input(input &in, const char *name)
 {
-    if (name == nullptr || *name == '\0' || is_url(name))
+    const std::string_view wanted{name != nullptr ? name : ""};
+    const std::optional<datagram_address> address = datagram_address_of(wanted);
+    if (wanted.empty() || (!address && is_url(wanted)))
         return ORVA_DEMUX_BAD_INPUT;
-    in.fd = open_descriptor(name);
+    in.fd = address ? open_datagram_socket(*address) : open_descriptor(wanted);
     struct stat about {};
     if (in.fd < 0 || fstat(in.fd, &about) != 0)
         return ORVA_DEMUX_NO_INPUT;
@@ -113,6 +116,8 @@ OrvaDemuxError open_input(input &in, const char *name)
     if (pipe2(in.wake, O_CLOEXEC | O_NONBLOCK) != 0)
         return ORVA_DEMUX_NO_MEMORY;
     in.buffer.resize(buffer_bytes);
+    if (address)
+        in.datagrams.emplace(in.fd);
     in.regular = S_ISREG(about.st_mode);
     if (!in.regular)
         return ORVA_DEMUX_OK;
@@ -129,11 +134,13 @@ read_result read_more(input &in, steady::time_point until)
         if (const read_result waited = wait_for_bytes(in, until); waited != read_result::data)
             return waited;
     make_room(in);
-    const ssize_t count =
-        read(in.fd, in.buffer.data() + in.end, std::min(in.buffer.size() - in.end, chunk_bytes));
+    const auto room = std::span{in.buffer}.subspan(in.end);
+    const ssize_t count = in.datagrams
+                              ? in.datagrams->receive(room)
+                              : read(in.fd, room.data(), std::min(room.size(), chunk_bytes));
     if (count < 0)
         return errno == EINTR || errno == EAGAIN ? read_result::timeout : read_result::failed;
-    in.ended = count == 0;
+    in.ended = count == 0 && !in.datagrams;
     in.end += static_cast<std::size_t>(count);
     bump(in.read, static_cast<std::uint64_t>(count));
     return in.ended ? read_result::end : read_result::data;

@@ -58,7 +58,7 @@ typedef enum OrvaDemuxError {
 /** How an input is read. Zero everything that is not wanted. */
 typedef struct OrvaDemuxOptions {
     uint8_t realtime; /**< 1: pace a file or pipe by its PCR instead of reading at full speed;
-                         without PCR no pace */
+                         without PCR no pace; datagrams have their own */
     uint32_t carousel_bytes; /**< memory for the sections kept for filters that are armed late; 0:
                                 256 MiB, less than 64 KiB: 64 KiB */
 } OrvaDemuxOptions;
@@ -78,7 +78,7 @@ typedef struct OrvaDemuxStatus {
     uint8_t idle; /**< 1 in the carousel when every loaded filter was given all that it matches; in
                      a scan: filters that rotate, as those of a channel do, are seldom all idle */
     uint32_t packet_size;      /**< 188, 192 or 204 bytes; 0 while synchronisation was not found */
-    uint64_t input_bytes;      /**< size of a file; 0 for a pipe */
+    uint64_t input_bytes;      /**< size of a file; 0 for a pipe or datagrams */
     uint64_t bytes;            /**< bytes read, ahead of what is delivered */
     uint64_t packets;          /**< packets in synchronisation */
     uint64_t sync_losses;      /**< times that synchronisation was lost */
@@ -99,7 +99,9 @@ typedef struct OrvaDemuxStatus {
  * Opens an input. Reading begins when the first filter has taken effect and none was loaded for 20
  * ms, at most 200 ms behind the first: the filters of one start miss nothing.
  *
- * @param input    a path, or "-" for standard input
+ * @param input    a path; "-" for standard input; or "udp://[@]address:port" for datagrams, also
+ *                 written "rtp://": an address of this machine, a multicast group, or none for
+ *                 any; port 1 to 65535; IPv6 addresses in brackets
  * @param options  null for the defaults; copied
  * @param error    receives why null was returned; may be null
  * @return the demultiplexer, to be closed with orva_demux_close; null on failure
@@ -108,6 +110,12 @@ typedef struct OrvaDemuxStatus {
  * probed while it is read: see OrvaDemuxStatus. Opening a named pipe waits for its writer, which
  * only a signal that is not blocked cuts short. The carousel begins at the end of the input: a pipe
  * that stays open but silent never reaches it.
+ *
+ * Datagrams carry packets of the stream alone, or behind a header of RTP (RFC 3550), which is told
+ * from a packet and taken off; RTP packets that come behind later ones are dropped. Datagrams have
+ * no end and are not waited with: sections go to the library as they come, which drops what it has
+ * no room for (see `congested`), and none is kept for filters that are armed late. Whoever can send
+ * to the port is heard.
  */
 ORVA_SI_API OrvaDemux *orva_demux_open(const char *input, const OrvaDemuxOptions *options,
                                        OrvaDemuxError *error);

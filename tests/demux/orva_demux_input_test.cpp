@@ -99,7 +99,8 @@ TEST_F(Input, FormsThatAreNotKnown)
 {
     EXPECT_EQ(error_of(nullptr), ORVA_DEMUX_BAD_INPUT);
     EXPECT_EQ(error_of(""), ORVA_DEMUX_BAD_INPUT);
-    EXPECT_EQ(error_of("udp://@239.0.0.1:1234"), ORVA_DEMUX_BAD_INPUT);
+    EXPECT_EQ(error_of("http://239.0.0.1:1234"), ORVA_DEMUX_BAD_INPUT);
+    EXPECT_EQ(error_of("udp://@239.0.0.1"), ORVA_DEMUX_BAD_INPUT);
 }
 
 TEST_F(Input, OneDemultiplexerAtATime)

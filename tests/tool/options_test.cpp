@@ -180,10 +180,16 @@ TEST(Options, VerboseAndQuietExcludeEachOther)
     expect_usage_error(decide({"scan", "-v", "-q", "file.ts"}), "exclude");
 }
 
-TEST(Options, NetworkInputIsRefusedClearly)
+TEST(Options, InputsOfANetworkAreTaken)
 {
-    expect_usage_error(decide({"scan", "udp://@239.0.0.1:1234"}), "udp:// input is not supported");
-    expect_usage_error(decide({"scan", "rtp://239.0.0.1:1234"}), "rtp:// input is not supported");
+    for (const char *input : {"udp://@239.0.0.1:1234", "rtp://239.0.0.1:1234", "udp://:1234"}) {
+        const decision made = decide({"scan", input});
+        EXPECT_EQ(made.chosen.input, input);
+        EXPECT_NE(made.run, nullptr);
+        EXPECT_TRUE(comes_live(made.chosen));
+    }
+    EXPECT_FALSE(comes_live(decide({"scan", "udp.ts"}).chosen));
+    EXPECT_TRUE(comes_live(decide({"scan", "udp.ts", "--realtime"}).chosen));
 }
 
 TEST(Options, WhatAMessageRepeatsCannotSteerATerminal)

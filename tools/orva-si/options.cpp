@@ -22,14 +22,8 @@ constexpr char exit_statuses[] =
     "Exit status: 0 complete, 1 failure, 2 usage, 3 input missing or not a transport stream,\n"
     "4 no sections, 5 partial (what was found is printed), 130 or 143 after SIGINT or SIGTERM.";
 
-// Inputs of a network, which have a form of their own and are never the name of a file.
-constexpr std::array<std::string_view, 2> network_schemes{"udp://", "rtp://"};
-
 std::string check_input(const std::string &input)
 {
-    for (const std::string_view scheme : network_schemes)
-        if (input.starts_with(scheme))
-            return std::string{scheme} + " input is not supported: give a file or -";
     return input.empty() ? "the name is empty" : "";
 }
 
@@ -105,7 +99,9 @@ void add_time(CLI::App &app, const char *name, std::string &chosen, const char *
 
 void add_options(CLI::App &app, const command &of, options &chosen)
 {
-    app.add_option("INPUT", chosen.input, "Transport stream: a path, or - for standard input")
+    app.add_option("INPUT", chosen.input,
+                   "Transport stream: a path, - for standard input,\nor udp://[@]ADDRESS:PORT, "
+                   "also for RTP")
         ->required()
         ->check(CLI::Validator{check_input, ""});
     app.add_flag("--json", chosen.json, "Print one JSON object, schema orva-si/1");
@@ -244,6 +240,12 @@ bool wants_progress(const options &chosen)
 {
     constexpr std::uint32_t talkative = 3;
     return !chosen.quiet && chosen.log_level < talkative;
+}
+
+bool comes_live(const options &chosen)
+{
+    return chosen.realtime || chosen.input.starts_with("udp://") ||
+           chosen.input.starts_with("rtp://");
 }
 
 std::string input_name(const std::string &input)

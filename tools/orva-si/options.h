@@ -75,6 +75,9 @@ decision decide(std::span<const command> commands, int argc, const char *const *
 // together.
 bool wants_progress(const options &chosen);
 
+// Whether the input comes at the speed of a broadcast.
+bool comes_live(const options &chosen);
+
 // Names an input for messages and results: "standard input" for "-".
 std::string input_name(const std::string &input);
 

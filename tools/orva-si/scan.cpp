@@ -95,7 +95,7 @@ std::string progress_text(const OrvaDemuxStatus &status)
 
 outcome scan(const session &input, const options &chosen)
 {
-    const auto settling = chosen.realtime ? settling_of_broadcast : settling_of_input;
+    const auto settling = comes_live(chosen) ? settling_of_broadcast : settling_of_input;
     SiScanParam how = {};
     how.wait_time = static_cast<std::uint16_t>(settling.count());
     Orva_Si_SetScanParam(&how);
