@@ -22,6 +22,12 @@
 #else
 #define SI_FOLDING [[gnu::target("+crypto")]]
 #endif
+#elif defined(__arm__) && defined(__linux__) && !defined(__ARMEB__) && !defined(__clang__)
+#include <arm_neon.h> // clang has it for processors only that all have NEON
+#include <asm/hwcap.h>
+#include <sys/auxv.h>
+#define SI_FOLDS 1
+#define SI_FOLDING [[gnu::target("fpu=crypto-neon-fp-armv8")]]
 #endif
 
 namespace si {
@@ -181,14 +187,11 @@ SI_FOLDING inline block folded(block of, block by)
 
 using block = uint8x16_t;
 
+#ifdef __aarch64__
+
 bool folds_here()
 {
     return (getauxval(AT_HWCAP) & HWCAP_PMULL) != 0;
-}
-
-SI_FOLDING inline block loaded(const std::uint8_t *from)
-{
-    return vld1q_u8(from);
 }
 
 SI_FOLDING inline block moved(block of, block by)
@@ -196,9 +199,39 @@ SI_FOLDING inline block moved(block of, block by)
     return vqtbl1q_u8(of, by);
 }
 
+SI_FOLDING inline poly128_t product_of_high(poly64x2_t one, poly64x2_t other)
+{
+    return vmull_high_p64(one, other);
+}
+
+#else // of ARMv8 too: 32-bit systems run on such processors
+
+bool folds_here()
+{
+    return (getauxval(AT_HWCAP2) & HWCAP2_PMULL) != 0;
+}
+
+SI_FOLDING inline block moved(block of, block by)
+{
+    const uint8x8x2_t both{{vget_low_u8(of), vget_high_u8(of)}};
+    return vcombine_u8(vtbl2_u8(both, vget_low_u8(by)), vtbl2_u8(both, vget_high_u8(by)));
+}
+
+SI_FOLDING inline poly128_t product_of_high(poly64x2_t one, poly64x2_t other)
+{
+    return vmull_p64(vget_lane_p64(vget_high_p64(one), 0), vget_lane_p64(vget_high_p64(other), 0));
+}
+
+#endif
+
+SI_FOLDING inline block loaded(const std::uint8_t *from)
+{
+    return vld1q_u8(from);
+}
+
 SI_FOLDING inline block kept(block of, block by)
 {
-    return vandq_u8(vcgezq_s8(vreinterpretq_s8_u8(by)), of);
+    return vandq_u8(vcgeq_s8(vreinterpretq_s8_u8(by), vdupq_n_s8(0)), of);
 }
 
 SI_FOLDING inline block sum(block one, block other)
@@ -220,8 +253,9 @@ SI_FOLDING inline block folded(block of, block by)
 {
     const poly64x2_t one = vreinterpretq_p64_u8(of);
     const poly64x2_t other = vreinterpretq_p64_u8(by);
-    const poly128_t high = vmull_high_p64(one, other);
-    const poly128_t low = vmull_p64(vgetq_lane_p64(one, 0), vgetq_lane_p64(other, 0));
+    const poly128_t high = product_of_high(one, other);
+    const poly128_t low =
+        vmull_p64(vget_lane_p64(vget_low_p64(one), 0), vget_lane_p64(vget_low_p64(other), 0));
     return sum(vreinterpretq_u8_p128(high), vreinterpretq_u8_p128(low));
 }
 
