@@ -9,8 +9,10 @@
 #include <mutex>
 #include <thread>
 
+#include "fence.h"
 #include "frames.h"
 #include "fuzz.h"
+#include "orva_demux_datagrams.h"
 #include "orva_demux_delivery.h"
 #include "orva_demux_pending.h"
 #include "orva_si.h"
@@ -25,6 +27,7 @@ namespace {
 using namespace si::demux;
 
 constexpr std::uint16_t data_pid = 0x200; // of DSM-CC sections
+constexpr std::size_t longest_datagram = 4096;
 
 // ---- The ledger between demultiplexer and library
 
@@ -330,9 +333,22 @@ void play(const octets &stream)
     flush_batches(true);
 }
 
+// The input itself as what a network brings.
+void take_as_datagram(bytes input)
+{
+    static fenced<longest_datagram> alone;
+    const bytes datagram = alone.put(input);
+    rtp_order order;
+    const bytes carried = stream_in(order, datagram);
+    const auto from = carried.data() - datagram.data();
+    claim(carried.empty() || (from >= 0 && from + std::ssize(carried) <= std::ssize(datagram)),
+          "a stream that is not in its datagram");
+}
+
 void run(bytes input)
 {
     prepare();
+    take_as_datagram(input);
     start_channel();
     let_filters_take_effect();
     play(with_period(stream_of(input), input.size()));
