@@ -60,10 +60,13 @@ bool is_multicast(const sockaddr &address)
 
 bool join(int fd, const addrinfo &group)
 {
-    group_req request{}; // the interface is the routing table's choice
+    const bool is_ipv6 = group.ai_family == AF_INET6;
+    group_req request{};
+    if (is_ipv6) // "%eth0" behind the address; else the interface is the routing table's choice
+        request.gr_interface = reinterpret_cast<const sockaddr_in6 *>(group.ai_addr)->sin6_scope_id;
     std::memcpy(&request.gr_group, group.ai_addr, group.ai_addrlen);
-    const int level = group.ai_family == AF_INET6 ? int{IPPROTO_IPV6} : int{IPPROTO_IP};
-    return setsockopt(fd, level, MCAST_JOIN_GROUP, &request, sizeof request) == 0;
+    return setsockopt(fd, is_ipv6 ? int{IPPROTO_IPV6} : int{IPPROTO_IP}, MCAST_JOIN_GROUP, &request,
+                      sizeof request) == 0;
 }
 
 bool listen_to(int fd, const addrinfo &address)
