@@ -6,6 +6,7 @@
 
 #include "fakes/allocation.h"
 #include "fuzz.h"
+#include "orva_si_eitsummary.h"
 #include "support/plain_event_store.h"
 
 namespace fuzz {
@@ -65,6 +66,8 @@ public:
     {
         const bool known = std::ranges::any_of(
             plain.all, [&](const auto &each) { return each.first == key_of(section); });
+        if (failing != 0)
+            make_summaries_ready();
         fake::fail_allocation(failing);
         test::deliver(section);
         fake::fail_allocation(0);
@@ -106,6 +109,14 @@ private:
                       test::bytes_of(records[i]) == expected[i].section,
                   "other bytes");
         }
+    }
+
+    // One that there was no memory for would be made by the next section, whose own allocations
+    // the failing one is counted among.
+    static void make_summaries_ready()
+    {
+        for (const SiEitService *service : test::services())
+            si::ready_summary(service->sections);
     }
 
     void start_over()
