@@ -66,8 +66,13 @@ constexpr std::array<table_kind, 8> kinds{{
     {0x00100000, pid_sdt_bat, tid_bat, false, "bat is detected\n", false, "bat is ready\n"},
 }};
 
+constexpr std::uint8_t last_kind = std::ranges::max(kinds, {}, &table_kind::table_id).table_id;
+
+// Events, of which there are most sections, are behind all kinds.
 constexpr const table_kind *kind_of(std::uint16_t pid, std::uint8_t table_id)
 {
+    if (table_id > last_kind)
+        return nullptr;
     const auto found = std::ranges::find_if(kinds, [&](const table_kind &kind) {
         return kind.table_id == table_id && (kind.any_pid || kind.pid == pid);
     });

@@ -95,12 +95,17 @@ summary_memory *allocate_summary(std::size_t capacity, std::size_t most_tables)
     return made;
 }
 
+std::uint32_t home_of(const summary_memory *in, std::uint16_t table_id, std::uint8_t section_number)
+{
+    const std::uint32_t key = std::uint32_t{table_id} << 8 | section_number;
+    return key * 0x9E3779B1u >> 16 & (in->slots - 1);
+}
+
 // The slot of a section, or the empty one where it would be. There are empty ones.
 std::uint8_t &slot_of(summary_memory *of, std::uint16_t table_id, std::uint8_t section_number)
 {
-    const std::uint32_t key = std::uint32_t{table_id} << 8 | section_number;
     const std::uint32_t last = of->slots - 1;
-    for (std::uint32_t at = key * 0x9E3779B1u >> 16 & last;; at = (at + 1) & last) {
+    for (std::uint32_t at = home_of(of, table_id, section_number);; at = (at + 1) & last) {
         std::uint8_t &slot = slots(of)[at];
         if (slot == 0)
             return slot;
@@ -321,6 +326,17 @@ std::optional<summary_entry> only_section(si_list *sections, std::uint8_t table_
     if (slot == 0)
         return summary_entry{nullptr, nullptr};
     return summary_entry{&known(kept)[slot - 1], records(kept)[slot - 1]};
+}
+
+void fetch_section(const si_list *sections, std::uint8_t table_id, std::uint8_t section_number)
+{
+    if (sections == nullptr)
+        return;
+    summary_memory *kept = kept_beside(sections);
+    if (!fits(sections, kept) || kept->slots == 0)
+        return;
+    if (const std::uint8_t slot = slots(kept)[home_of(kept, table_id, section_number)]; slot != 0)
+        __builtin_prefetch(&known(kept)[slot - 1]);
 }
 
 std::optional<bool> known_complete(si_list *sections, std::uint8_t received_table_id)

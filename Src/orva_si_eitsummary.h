@@ -158,6 +158,8 @@ struct summary_entry {
 // number is there twice.
 std::optional<summary_entry> only_section(si_list *sections, std::uint8_t table_id,
                                           std::uint8_t section_number);
+// Lets the memory come that only_section will read, for a list whose summary fits.
+void fetch_section(const si_list *sections, std::uint8_t table_id, std::uint8_t section_number);
 // Whether a table is complete, of a received table_id. No answer without a summary, or when a
 // section is out of place, which a walk is to report.
 std::optional<bool> known_complete(si_list *sections, std::uint8_t received_table_id);

@@ -192,18 +192,6 @@ bool is_event(const arrival &in)
     return in.record.pid == pid_eit && table_id >= tid_eit_pf_actual && table_id <= tid_eit_last;
 }
 
-// Events of the tuned and of other multiplexes share one key: table_ids of the others are folded
-// onto the first.
-constexpr std::uint8_t folded(std::uint8_t table_id)
-{
-    if (table_id == tid_eit_pf_other)
-        return tid_eit_pf_actual;
-    if (table_id >= tid_eit_schedule_other && table_id <= tid_eit_last)
-        return (table_id & 0x0F) | tid_eit_schedule_actual;
-    return table_id;
-}
-static_assert(folded(0x65) == 0x55 && folded(0x4F) == 0x4E && folded(0x50) == 0x50);
-
 std::uint32_t store_event(site here, const arrival &in)
 {
     const std::uint16_t transport_stream_id = in.head.word<8>();
@@ -214,7 +202,7 @@ std::uint32_t store_event(site here, const arrival &in)
     SI_LOG_AT(here, level::trace, "section_length =%#x\n",
               static_cast<unsigned>(size - section_header_bytes));
     return Orva_Si_ListEitImpl(original_network_id, transport_stream_id, in.head.ext(),
-                               folded(in.head.table_id()), in.head.section_number(), size,
+                               folded_table_id(in.head.table_id()), in.head.section_number(), size,
                                in.record.section);
 }
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "orva_si/store.h"
 #include "orva_si_lock.h"
@@ -80,6 +81,10 @@ void drop_kept(std::uint8_t *kept, std::size_t length);
 // not grow with the store, unless a client put something of its own into the list.
 SiEitService *find_eit_service(std::uint16_t original_network_id, std::uint16_t transport_stream_id,
                                std::uint16_t service_id) SI_NEEDS(eit);
+
+// Lets the memory come in which it will be looked up whether sections are repeats: that of one
+// while that of others is on its way. Nothing else depends on it.
+void fetch_event_sections(std::span<SiSection *const> sections) SI_LEAVES(eit);
 
 } // namespace si
 

@@ -3,6 +3,7 @@
 // arrived.
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "orva_si/filter.h"
 #include "orva_si/notify.h"
@@ -23,6 +24,8 @@ namespace si {
 namespace {
 
 constexpr std::size_t last_table_id_at = 13;
+constexpr std::size_t eit_header_bytes = 14;            // EN 300 468, 5.2.4
+constexpr std::uint64_t no_service = ~std::uint64_t{0}; // is no key
 
 std::uint64_t key_of(std::uint16_t onid, std::uint16_t ts, std::uint16_t sid)
 {
@@ -305,6 +308,28 @@ SiEitService *find_eit_service(std::uint16_t original_network_id, std::uint16_t 
         if (key_of_service(service) == key)
             return &service;
     return nullptr;
+}
+
+void fetch_event_sections(std::span<SiSection *const> sections)
+{
+    if (log_enabled(level::trace)) // where the lists are walked
+        return;
+    const scope_lock lock{eit, SI_HERE};
+    si_list *services = Orva_Si_GetDvbEitList();
+    if (!service_index.is_ready(services))
+        return;
+    std::uint64_t fetched = no_service; // whose sections often come one behind the other
+    for (const SiSection *each : sections) {
+        if (each->pid != pid_eit || each->sect_len < eit_header_bytes)
+            continue;
+        const std::span<const std::uint8_t, eit_header_bytes> head{each->section, eit_header_bytes};
+        const std::uint64_t key = key_of(be16(head.subspan<10, 2>()), be16(head.subspan<8, 2>()),
+                                         be16(head.subspan<3, 2>()));
+        if (std::exchange(fetched, key) == key)
+            continue;
+        if (const SiEitService *service = service_index.find(key))
+            fetch_section(service->sections, folded_table_id(head[0]), head[6]);
+    }
 }
 
 } // namespace si

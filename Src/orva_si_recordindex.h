@@ -37,6 +37,9 @@ public:
         return usable;
     }
 
+    // Whether it answers as it is.
+    bool is_ready(si_list *of) const { return usable && of != nullptr && fits(of); }
+
     Record *find(std::uint64_t key) const
     {
         const std::size_t slot = slot_of(key);

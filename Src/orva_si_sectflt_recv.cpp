@@ -298,9 +298,11 @@ void consume(const taken_sections &taken)
     constexpr std::size_t a_few = 32;
     for (std::span<SiSection *> left = taken.sections; !left.empty();) {
         const auto next = left.first(std::min(a_few, left.size()));
-        if (taken.processing)
+        if (taken.processing) {
+            fetch_event_sections(next);
             for (SiSection *node : next)
                 process(*node);
+        }
         give_back(next);
         left = left.subspan(next.size());
     }

@@ -40,6 +40,19 @@ constexpr bool is_schedule(std::uint8_t table_id)
     return table_id >= tid_eit_schedule_actual && table_id <= tid_eit_last;
 }
 
+// Events of the tuned and of other multiplexes share one key: table_ids of the others are folded
+// onto the first.
+constexpr std::uint8_t folded_table_id(std::uint8_t table_id)
+{
+    if (table_id == tid_eit_pf_other)
+        return tid_eit_pf_actual;
+    if (table_id >= tid_eit_schedule_other && table_id <= tid_eit_last)
+        return (table_id & 0x0F) | tid_eit_schedule_actual;
+    return table_id;
+}
+static_assert(folded_table_id(0x65) == 0x55 && folded_table_id(0x4F) == 0x4E &&
+              folded_table_id(0x50) == 0x50);
+
 } // namespace si
 
 #endif
