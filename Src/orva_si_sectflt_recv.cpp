@@ -299,7 +299,8 @@ void consume(const taken_sections &taken)
     for (std::span<SiSection *> left = taken.sections; !left.empty();) {
         const auto next = left.first(std::min(a_few, left.size()));
         if (taken.processing) {
-            fetch_event_sections(next);
+            if (next.size() > 1) // one alone waits for no other
+                fetch_event_sections(next);
             for (SiSection *node : next)
                 process(*node);
         }
