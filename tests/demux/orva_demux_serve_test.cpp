@@ -207,6 +207,7 @@ TEST_F(Serve, WaitsForRoom)
 {
     open_read(stream{}.sections(0x11, sub_table(1, 3)));
     fake::pending = 64;
+    std::this_thread::sleep_for(100ms); // until who saw room before waits for a filter
     arm(on_pid(0x11));
     std::this_thread::sleep_for(50ms);
     EXPECT_EQ(count(), 0u);
