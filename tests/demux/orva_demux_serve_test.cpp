@@ -191,6 +191,7 @@ TEST_F(Serve, FiltersTakeTurns)
         ts.section(0x10, make(nit{.table_id = 0x41, .network = static_cast<std::uint16_t>(i)}));
     open_read(ts);
     fake::pending = 64;
+    std::this_thread::sleep_for(100ms);
     const std::uint32_t one = arm(on_pid(0x10));
     const std::uint32_t two = arm(on_pid(0x11));
     std::this_thread::sleep_for(20ms);
