@@ -330,13 +330,10 @@ std::optional<summary_entry> only_section(si_list *sections, std::uint8_t table_
 
 void fetch_section(const si_list *sections, std::uint8_t table_id, std::uint8_t section_number)
 {
-    if (sections == nullptr)
-        return;
-    summary_memory *kept = kept_beside(sections);
-    if (!fits(sections, kept) || kept->slots == 0)
-        return;
-    if (const std::uint8_t slot = slots(kept)[home_of(kept, table_id, section_number)]; slot != 0)
-        __builtin_prefetch(&known(kept)[slot - 1]);
+    summary_memory *kept = sections != nullptr ? kept_beside(sections) : nullptr;
+    if (fits(sections, kept) && kept->slots != 0)
+        if (const auto slot = slots(kept)[home_of(kept, table_id, section_number)]; slot != 0)
+            __builtin_prefetch(&known(kept)[slot - 1]);
 }
 
 std::optional<bool> known_complete(si_list *sections, std::uint8_t received_table_id)

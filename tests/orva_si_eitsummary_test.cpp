@@ -16,6 +16,7 @@
 
 #include "orva_si/query_event.h"
 #include "orva_si_eitsummary.h"
+#include "orva_si_modellistimpl.h"
 #include "support/effort.h"
 #include "support/event_store.h"
 #include "support/plain_event_store.h"
@@ -256,6 +257,29 @@ TEST_F(ClientEdits, AServiceWithoutAListOfSectionsHoldsNothing)
     EXPECT_EQ(Si_ModListImpl_IsEITCompleted(&own, section.data()), 0U);
     Orva_MutexV(&Ts_Eit_Mutex);
     si_list_remove(Orva_Si_GetDvbEitList(), 0);
+}
+
+// Also while the list of services is not as the store left it.
+TEST_F(ClientEdits, WhatIsFetchedAheadChangesNothing)
+{
+    std::vector<octets> buffers = three;
+    buffers.push_back(octets(three[0].begin(), three[0].begin() + 13));
+    std::vector<SiSection> nodes(buffers.size());
+    std::vector<SiSection *> all;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        nodes[i].pid = 0x12;
+        nodes[i].section = buffers[i].data();
+        nodes[i].sect_len = static_cast<std::uint16_t>(buffers[i].size());
+        all.push_back(&nodes[i]);
+    }
+    si::fetch_event_sections(all);
+    EXPECT_THAT(answers(), ElementsAre(10, 11, 12));
+    SiEitService own{
+        .original_network_id = 1, .transport_stream_id = 2, .service_id = 3, .sections = nullptr};
+    si_list_add(Orva_Si_GetDvbEitList(), &own, 0);
+    si::fetch_event_sections(all);
+    si_list_remove(Orva_Si_GetDvbEitList(), 0);
+    EXPECT_THAT(answers(), ElementsAre(10, 11, 12));
 }
 
 TEST_F(ClientEdits, AQuestionAllocatesNothing)
