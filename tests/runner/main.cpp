@@ -13,7 +13,8 @@
 // A test has passed when it says so itself and its process then ends with status 0: what a
 // sanitizer finds at the end counts, and so does a test that ends its process too early. Output is
 // shown of those that did not pass, or of a single one that is asked for. Exit status: 0, 1 when a
-// test failed or none was found, 77 when all were skipped.
+// test failed or none was found, 77 when all were skipped. Tests that try many inputs record how
+// many as the property "inputs", which is summed up.
 #include <csignal>
 #include <fcntl.h>
 #include <gmock/gmock.h>
