@@ -165,7 +165,7 @@ TEST(SubTables, AreJudgedByTableIdAndExtension)
     EXPECT_TRUE(may_pass(setting, 0x4E, 0x1235));
 }
 
-TEST(Batches, HaveOneToTwoHundredSections)
+TEST(BatchSize, IsOneToTwoHundredSections)
 {
     SiDmxFilterParam setting{};
     setting.list_length = 50;
