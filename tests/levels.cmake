@@ -26,7 +26,7 @@ endforeach()
 # Every value of every byte is tried at the level of this build.
 add_library(query_sweep_of_levels OBJECT EXCLUDE_FROM_ALL query_sweep_test.cpp)
 orva_test_settings(query_sweep_of_levels orva_test_precompiled)
-target_compile_definitions(query_sweep_of_levels PRIVATE ORVA_SWEEP_STEP=5)
+target_compile_definitions(query_sweep_of_levels PRIVATE ORVA_SWEEP_STEP=17)
 target_include_directories(query_sweep_of_levels PRIVATE $<TARGET_PROPERTY:orva_si_objects,INTERFACE_INCLUDE_DIRECTORIES>)
 target_link_libraries(query_sweep_of_levels PRIVATE orva_test_fakes)
 
