@@ -16,7 +16,7 @@ struct described_limit {
     SiLimitCount SiLimitCounts::*count;
 };
 
-constexpr std::array<described_limit, 7> limits{{
+constexpr std::array<described_limit, 7> described_limits{{
     {"tables", "tables", &SiLimitCounts::tables},
     {"table_bytes", "bytes of tables", &SiLimitCounts::table_bytes},
     {"event_services", "services with events", &SiLimitCounts::event_services},
@@ -38,7 +38,7 @@ SiLimitCounts limit_counts()
 std::vector<std::string> limit_lines(const SiLimitCounts &of)
 {
     std::vector<std::string> lines;
-    for (const described_limit &each : limits) {
+    for (const described_limit &each : described_limits) {
         const SiLimitCount &count = of.*each.count;
         lines.push_back(std::string{each.words} + ": " + std::to_string(count.used) + " of " +
                         std::to_string(count.most) + ", " + std::to_string(count.refused) +
@@ -50,7 +50,7 @@ std::vector<std::string> limit_lines(const SiLimitCounts &of)
 json limits_json(const SiLimitCounts &of)
 {
     json told = json::object();
-    for (const described_limit &each : limits) {
+    for (const described_limit &each : described_limits) {
         const SiLimitCount &count = of.*each.count;
         told[each.name] = {{"refused", count.refused}, {"used", count.used}, {"most", count.most}};
     }
