@@ -16,8 +16,9 @@ namespace si {
 using bytes = std::span<const std::uint8_t>;
 
 inline constexpr std::size_t section_header_bytes =
-    3;                                      // table_id and section_length (ISO/IEC 13818-1, 2.4.4)
-inline constexpr std::size_t crc_bytes = 4; // CRC_32 at the end of a section
+    3; // table_id and section_length (ISO/IEC 13818-1, 2.4.4)
+inline constexpr std::size_t eit_header_bytes = 14;      // up to last_table_id (EN 300 468, 5.2.4)
+inline constexpr std::size_t crc_bytes = 4;              // CRC_32 at the end of a section
 inline constexpr std::size_t largest_section = 4096;     // of any kind, header included
 inline constexpr std::size_t largest_psi_section = 1024; // PAT, CAT, PMT, NIT, SDT, BAT, TOT
 

@@ -57,10 +57,16 @@ std::span<table_progress> tables(summary_memory *of)
     return {reinterpret_cast<table_progress *>(known(of) + of->capacity), of->tables};
 }
 
-// Each holds the number of a section, counted from 1; 0: none.
-std::uint8_t *slots(summary_memory *of)
+// Where a section is, by table and number. The tag tells most others from it without a look at
+// them.
+struct section_slot {
+    std::uint8_t position; // counted from 1; 0: none
+    std::uint8_t tag;
+};
+
+section_slot *slots(summary_memory *of)
 {
-    return reinterpret_cast<std::uint8_t *>(tables(of).data() + of->most_tables);
+    return reinterpret_cast<section_slot *>(tables(of).data() + of->most_tables);
 }
 
 summary_memory *kept_beside(const si_list *sections)
@@ -79,7 +85,8 @@ summary_memory *allocate_summary(std::size_t capacity, std::size_t most_tables)
 {
     const std::size_t slot_count = slots_for(capacity);
     const std::size_t size = sizeof(summary_memory) + capacity * bytes_of_one +
-                             most_tables * sizeof(table_progress) + slot_count;
+                             most_tables * sizeof(table_progress) +
+                             slot_count * sizeof(section_slot);
     void *memory = allocate(size);
     if (memory == nullptr)
         return nullptr;
@@ -91,39 +98,54 @@ summary_memory *allocate_summary(std::size_t capacity, std::size_t most_tables)
                                              static_cast<std::uint32_t>(most_tables),
                                              static_cast<std::uint32_t>(slot_count),
                                              slot_count != 0};
-    std::fill_n(slots(made), slot_count, std::uint8_t{0});
+    std::fill_n(slots(made), slot_count, section_slot{});
     return made;
 }
 
-std::uint32_t home_of(const summary_memory *in, std::uint16_t table_id, std::uint8_t section_number)
+// Where the search for a section begins, and what it looks for.
+struct slot_search {
+    std::uint32_t home;
+    std::uint8_t tag;
+};
+
+slot_search search_for(const summary_memory *in, std::uint16_t table_id,
+                       std::uint8_t section_number)
 {
     const std::uint32_t key = std::uint32_t{table_id} << 8 | section_number;
-    return key * 0x9E3779B1u >> 16 & (in->slots - 1);
+    const std::uint32_t mixed = key * 0x9E3779B1u;
+    return {mixed >> 16 & (in->slots - 1), static_cast<std::uint8_t>(mixed >> 24)};
 }
 
-// The slot of a section, or the empty one where it would be. There are empty ones.
-std::uint8_t &slot_of(summary_memory *of, std::uint16_t table_id, std::uint8_t section_number)
+// The first slot with the tag that a predicate takes, or the empty one where it would be. There are
+// empty ones.
+section_slot &slot_where(summary_memory *of, slot_search search, auto is_it)
 {
-    const std::uint32_t last = of->slots - 1;
-    for (std::uint32_t at = home_of(of, table_id, section_number);; at = (at + 1) & last) {
-        std::uint8_t &slot = slots(of)[at];
-        if (slot == 0)
-            return slot;
-        const section_summary &there = known(of)[slot - 1];
-        if (there.table_id == table_id && there.section_number == section_number)
+    for (std::uint32_t at = search.home;; at = (at + 1) & (of->slots - 1)) {
+        section_slot &slot = slots(of)[at];
+        if (slot.position == 0 || (slot.tag == search.tag && is_it(known(of)[slot.position - 1])))
             return slot;
     }
+}
+
+section_slot &slot_of(summary_memory *of, slot_search search, std::uint16_t table_id,
+                      std::uint8_t section_number)
+{
+    return slot_where(of, search, [=](const section_summary &there) {
+        return there.table_id == table_id && there.section_number == section_number;
+    });
 }
 
 void enter_slot(summary_memory *in, std::size_t at)
 {
     if (!in->every_one_distinct)
         return;
-    std::uint8_t &slot = slot_of(in, known(in)[at].table_id, known(in)[at].section_number);
-    if (slot != 0)
+    const section_summary &entered = known(in)[at];
+    const slot_search search = search_for(in, entered.table_id, entered.section_number);
+    section_slot &slot = slot_of(in, search, entered.table_id, entered.section_number);
+    if (slot.position != 0)
         in->every_one_distinct = false;
     else
-        slot = static_cast<std::uint8_t>(at + 1);
+        slot = {static_cast<std::uint8_t>(at + 1), search.tag};
 }
 
 // Notes what the bytes of a record say.
@@ -202,7 +224,7 @@ summary_memory *rebuilt(si_list *sections)
     made->count = 0;
     made->tables = 0;
     made->every_one_distinct = made->slots != 0;
-    std::fill_n(slots(made), made->slots, std::uint8_t{0});
+    std::fill_n(slots(made), made->slots, section_slot{});
     for (SiEitSection &stored : elements<SiEitSection>(sections))
         put(made, &stored, crc_of(bytes_of(stored)));
     made->changes = list_changes(sections);
@@ -250,8 +272,7 @@ const table_progress *progress_of(si_list *sections, summary_memory *kept, std::
     return &*found;
 }
 
-// Of an EIT section (EN 300 468, 5.2.4).
-constexpr std::size_t events_at = 14;
+// Of an event (EN 300 468, 5.2.4).
 constexpr std::size_t event_head = 12; // up to descriptors_loop_length
 
 } // namespace
@@ -290,10 +311,10 @@ void table_progress::add(const section_summary &known)
 event_marks marks_of_events(bytes section)
 {
     const std::size_t end = section.size() > crc_bytes ? section.size() - crc_bytes : 0;
-    if (end <= events_at)
+    if (end <= eit_header_bytes)
         return 0;
     event_marks all = 0;
-    for (bytes left = section.first(end).subspan(events_at); left.size() >= event_head;) {
+    for (bytes left = section.first(end).subspan(eit_header_bytes); left.size() >= event_head;) {
         const std::size_t loop = be16(left.subspan<10, 2>()) & 0x0FFFu; // of descriptors
         if (loop > left.size() - event_head)
             break;
@@ -322,18 +343,23 @@ std::optional<summary_entry> only_section(si_list *sections, std::uint8_t table_
     summary_memory *kept = ready(sections);
     if (kept == nullptr || !kept->every_one_distinct)
         return std::nullopt;
-    const std::uint8_t slot = slot_of(kept, table_id, section_number);
-    if (slot == 0)
+    const std::size_t position =
+        slot_of(kept, search_for(kept, table_id, section_number), table_id, section_number)
+            .position;
+    if (position == 0)
         return summary_entry{nullptr, nullptr};
-    return summary_entry{&known(kept)[slot - 1], records(kept)[slot - 1]};
+    return summary_entry{&known(kept)[position - 1], records(kept)[position - 1]};
 }
 
 void fetch_section(const si_list *sections, std::uint8_t table_id, std::uint8_t section_number)
 {
     summary_memory *kept = sections != nullptr ? kept_beside(sections) : nullptr;
-    if (fits(sections, kept) && kept->slots != 0)
-        if (const auto slot = slots(kept)[home_of(kept, table_id, section_number)]; slot != 0)
-            __builtin_prefetch(&known(kept)[slot - 1]);
+    if (!fits(sections, kept) || kept->slots == 0)
+        return;
+    const auto any = [](const section_summary &) { return true; }; // not looked at: it is to come
+    const slot_search search = search_for(kept, table_id, section_number);
+    if (const std::size_t position = slot_where(kept, search, any).position; position != 0)
+        __builtin_prefetch(&known(kept)[position - 1]);
 }
 
 std::optional<bool> known_complete(si_list *sections, std::uint8_t received_table_id)

@@ -24,7 +24,6 @@ namespace si {
 namespace {
 
 constexpr std::size_t last_table_id_at = 13;
-constexpr std::size_t eit_header_bytes = 14;            // EN 300 468, 5.2.4
 constexpr std::uint64_t no_service = ~std::uint64_t{0}; // is no key
 
 std::uint64_t key_of(std::uint16_t onid, std::uint16_t ts, std::uint16_t sid)

@@ -32,7 +32,6 @@ constexpr std::size_t default_carousel_bytes = std::size_t{256} << 20;
 constexpr std::size_t least_carousel_bytes = 65536;
 constexpr std::size_t most_services = 8192;
 constexpr std::uint16_t eit_pid = 0x0012;
-constexpr std::size_t eit_header_bytes = 14; // up to last_table_id
 
 void take_section(OrvaDemux &demux, std::uint16_t pid, si::bytes section);
 
@@ -72,7 +71,7 @@ namespace {
 
 void note_eit_service(OrvaDemux &demux, si::bytes section)
 {
-    if (section[0] < 0x4E || section[0] > 0x6F || section.size() < eit_header_bytes)
+    if (section[0] < 0x4E || section[0] > 0x6F || section.size() < si::eit_header_bytes)
         return;
     const SiEitRequest service{.transport_stream_id = si::be16(section.subspan(8).first<2>()),
                                .original_network_id = si::be16(section.subspan(10).first<2>()),

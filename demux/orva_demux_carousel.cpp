@@ -17,7 +17,6 @@ constexpr std::size_t most_in_memory = std::size_t{8} << 20;
 constexpr std::uint64_t longest_span = 65536;
 
 constexpr std::size_t long_header_bytes = 8;
-constexpr std::size_t eit_header_bytes = 14; // up to last_table_id
 constexpr std::size_t segment_last_byte = 12;
 constexpr std::size_t segment_sections = 8; // EN 300 468, 5.2.4
 

@@ -2,7 +2,7 @@
 #
 #     cmake -D command=... -D program=orva_si_sdt_test -D options=... -D properties=... -D output=... -P list_suites.cmake
 #
-# command: the program, behind what runs it when it is built for another machine.
+# command: the program, behind what runs it when it is built for another machine. whole: all suites are one test.
 set(ENV{ASAN_OPTIONS} detect_leaks=0) # of the listing
 execute_process(COMMAND ${command} --gtest_list_tests RESULT_VARIABLE result OUTPUT_VARIABLE listing
     ERROR_VARIABLE errors)
@@ -15,13 +15,16 @@ if(NOT suites)
     message(FATAL_ERROR "${program} has no tests")
 endif()
 
+if(whole)
+    set(suites *)
+endif()
 set(script "")
 foreach(suite ${suites})
     string(STRIP ${suite} suite)
     set(name "${program}.${suite}")
-    string(REGEX REPLACE "\\.$" "" name ${name})
+    string(REGEX REPLACE "\\.\\*?$" "" name ${name})
     set(quoted "")
-    foreach(word ${command} --gtest_filter=${suite}* ${options})
+    foreach(word ${command} "--gtest_filter=${suite}*" ${options})
         string(APPEND quoted " [==[${word}]==]")
     endforeach()
     string(APPEND script "add_test([==[${name}]==]${quoted})\n"

@@ -18,6 +18,7 @@
 #include "orva_si/background.h"
 #include "orva_si/readiness.h"
 #include "orva_si_alloc.h"
+#include "support/effort.h"
 #include "support/event_store.h"
 #include "support/plain_event_store.h"
 
@@ -245,6 +246,6 @@ TEST_P(FastOrWalked, TheStoreIsThatOfAPlainProgram)
 
 INSTANTIATE_TEST_SUITE_P(LevelsAndSeeds, FastOrWalked,
                          testing::Combine(testing::Values(ORVA_DEBUG_ERROR, ORVA_DEBUG_TRACE),
-                                          testing::Range(1U, 7U)));
+                                          testing::Range(1U, 1U + part_of(6))));
 
 } // namespace
