@@ -14,10 +14,19 @@ namespace {
 
 static_assert(sizeof(section_summary) == 12);
 
+// Where a section is, by table and number. The tag tells most others from it without a look at
+// them.
+struct section_slot {
+    std::uint8_t position; // counted from 1; 0: none
+    std::uint8_t tag;
+};
+
 // In one piece of memory: this, the marks of the sections' events, their bytes and their records,
 // what is known of each, how far tables have come, and where to find a section by table and number.
-struct summary_memory : list_companion {
+struct alignas(event_marks) summary_memory : list_companion {
     std::uint64_t changes; // of the list when the summary fitted it last
+    section_summary *known;
+    section_slot *slot;
     std::uint32_t count;
     std::uint32_t capacity;
     std::uint32_t tables; // of which it is known how far they have come
@@ -47,26 +56,9 @@ SiEitSection **records(summary_memory *of)
     return reinterpret_cast<SiEitSection **>(contents(of) + of->capacity);
 }
 
-section_summary *known(summary_memory *of)
-{
-    return reinterpret_cast<section_summary *>(records(of) + of->capacity);
-}
-
 std::span<table_progress> tables(summary_memory *of)
 {
-    return {reinterpret_cast<table_progress *>(known(of) + of->capacity), of->tables};
-}
-
-// Where a section is, by table and number. The tag tells most others from it without a look at
-// them.
-struct section_slot {
-    std::uint8_t position; // counted from 1; 0: none
-    std::uint8_t tag;
-};
-
-section_slot *slots(summary_memory *of)
-{
-    return reinterpret_cast<section_slot *>(tables(of).data() + of->most_tables);
+    return {reinterpret_cast<table_progress *>(of->known + of->capacity), of->tables};
 }
 
 summary_memory *kept_beside(const si_list *sections)
@@ -92,13 +84,17 @@ summary_memory *allocate_summary(std::size_t capacity, std::size_t most_tables)
         return nullptr;
     auto *made = new (memory) summary_memory{{size},
                                              0,
+                                             nullptr,
+                                             nullptr,
                                              0,
                                              static_cast<std::uint32_t>(capacity),
                                              0,
                                              static_cast<std::uint32_t>(most_tables),
                                              static_cast<std::uint32_t>(slot_count),
                                              slot_count != 0};
-    std::fill_n(slots(made), slot_count, section_slot{});
+    made->known = reinterpret_cast<section_summary *>(records(made) + capacity);
+    made->slot = reinterpret_cast<section_slot *>(tables(made).data() + most_tables);
+    std::fill_n(made->slot, slot_count, section_slot{});
     return made;
 }
 
@@ -121,8 +117,8 @@ slot_search search_for(const summary_memory *in, std::uint16_t table_id,
 section_slot &slot_where(summary_memory *of, slot_search search, auto is_it)
 {
     for (std::uint32_t at = search.home;; at = (at + 1) & (of->slots - 1)) {
-        section_slot &slot = slots(of)[at];
-        if (slot.position == 0 || (slot.tag == search.tag && is_it(known(of)[slot.position - 1])))
+        section_slot &slot = of->slot[at];
+        if (slot.position == 0 || (slot.tag == search.tag && is_it(of->known[slot.position - 1])))
             return slot;
     }
 }
@@ -139,7 +135,7 @@ void enter_slot(summary_memory *in, std::size_t at)
 {
     if (!in->every_one_distinct)
         return;
-    const section_summary &entered = known(in)[at];
+    const section_summary &entered = in->known[at];
     const slot_search search = search_for(in, entered.table_id, entered.section_number);
     section_slot &slot = slot_of(in, search, entered.table_id, entered.section_number);
     if (slot.position != 0)
@@ -151,7 +147,7 @@ void enter_slot(summary_memory *in, std::size_t at)
 // Notes what the bytes of a record say.
 void note(summary_memory *in, std::size_t at, const SiEitSection &stored, std::uint32_t crc)
 {
-    known(in)[at] = summary_of(stored, crc);
+    in->known[at] = summary_of(stored, crc);
     contents(in)[at] = stored.section;
     marks(in)[at] = marks_of_events(bytes_of(stored));
 }
@@ -187,11 +183,11 @@ summary_memory *with_room(si_list *sections, summary_memory *from, std::size_t c
     std::copy_n(marks(from), from->count, marks(made));
     std::copy_n(contents(from), from->count, contents(made));
     std::copy_n(records(from), from->count, records(made));
-    std::copy_n(known(from), from->count, known(made));
+    std::copy_n(from->known, from->count, made->known);
     std::ranges::copy(tables(from), tables(made).begin());
     made->every_one_distinct = made->every_one_distinct && from->every_one_distinct;
     if (made->slots == from->slots)
-        std::copy_n(slots(from), from->slots, slots(made));
+        std::copy_n(from->slot, from->slots, made->slot);
     else
         for (std::size_t at = 0; at < made->count; ++at)
             enter_slot(made, at);
@@ -224,7 +220,7 @@ summary_memory *rebuilt(si_list *sections)
     made->count = 0;
     made->tables = 0;
     made->every_one_distinct = made->slots != 0;
-    std::fill_n(slots(made), made->slots, section_slot{});
+    std::fill_n(made->slot, made->slots, section_slot{});
     for (SiEitSection &stored : elements<SiEitSection>(sections))
         put(made, &stored, crc_of(bytes_of(stored)));
     made->changes = list_changes(sections);
@@ -235,7 +231,7 @@ service_summary view_of(summary_memory *of)
 {
     if (of == nullptr)
         return {};
-    return {{known(of), of->count}, records(of), contents(of), marks(of)};
+    return {{of->known, of->count}, records(of), contents(of), marks(of)};
 }
 
 bool fits(const si_list *sections, const summary_memory *kept)
@@ -267,8 +263,8 @@ const table_progress *progress_of(si_list *sections, summary_memory *kept, std::
         new (&*found) table_progress{table_id};
     }
     for (; found->met < kept->count && !found->has_ended(); ++found->met)
-        if (found->concerns(known(kept)[found->met]))
-            found->add(known(kept)[found->met]);
+        if (found->concerns(kept->known[found->met]))
+            found->add(kept->known[found->met]);
     return &*found;
 }
 
@@ -348,7 +344,7 @@ std::optional<summary_entry> only_section(si_list *sections, std::uint8_t table_
             .position;
     if (position == 0)
         return summary_entry{nullptr, nullptr};
-    return summary_entry{&known(kept)[position - 1], records(kept)[position - 1]};
+    return summary_entry{&kept->known[position - 1], records(kept)[position - 1]};
 }
 
 void fetch_section(const si_list *sections, std::uint8_t table_id, std::uint8_t section_number)
@@ -359,7 +355,7 @@ void fetch_section(const si_list *sections, std::uint8_t table_id, std::uint8_t 
     const auto any = [](const section_summary &) { return true; }; // not looked at: it is to come
     const slot_search search = search_for(kept, table_id, section_number);
     if (const std::size_t position = slot_where(kept, search, any).position; position != 0)
-        __builtin_prefetch(&known(kept)[position - 1]);
+        __builtin_prefetch(&kept->known[position - 1]);
 }
 
 std::optional<bool> known_complete(si_list *sections, std::uint8_t received_table_id)
@@ -397,9 +393,9 @@ void summary_replaced(si_list *sections, const SiEitSection *stored)
     if (found == end)
         return;
     const auto at = static_cast<std::size_t>(found - first);
-    const std::uint8_t before = known(kept)[at].received_table_id;
+    const std::uint8_t before = kept->known[at].received_table_id;
     note(kept, at, *stored, crc_of(bytes_of(*stored)));
-    const std::uint8_t now = known(kept)[at].received_table_id;
+    const std::uint8_t now = kept->known[at].received_table_id;
     for (table_progress &table : tables(kept)) // is counted anew when it is asked for
         if (table.table_id == before || table.table_id == now)
             table = table_progress{table.table_id};
