@@ -24,8 +24,6 @@ namespace {
 
 using namespace bench;
 
-constexpr std::uint32_t language = 7; // what the client calls "eng"
-
 enum order : std::int64_t { carousel, by_day, scattered };
 
 // An item and when it is on air.
@@ -200,12 +198,6 @@ void repeated_section(benchmark::State &state)
     state.SetItemsProcessed(state.iterations());
 }
 
-std::uint32_t map_language(const char *code, std::uint32_t *id)
-{
-    *id = std::string_view{code} == "eng" ? language : 0;
-    return 0;
-}
-
 struct question {
     std::uint16_t service;
     std::uint16_t event;
@@ -216,7 +208,7 @@ struct question {
 void event_name(benchmark::State &state, unsigned events, std::uint8_t banner)
 {
     empty_store();
-    Orva_Si_InstallISO639toIDFunc(map_language);
+    know_language();
     {
         std::vector<section> sections = make_sections(state);
         store(sections);

@@ -6,7 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
+#include "orva_si/query_text.h"
 #include "sections.h"
 
 namespace bench {
@@ -117,6 +119,21 @@ inline section schedule(std::uint16_t service, unsigned table, unsigned segment,
     return make_section(eit_head(service, static_cast<std::uint8_t>(first + table), number,
                                  8 * (segments_per_table - 1)),
                         payload);
+}
+
+// ---- Their language, as the client numbers it
+
+inline constexpr std::uint32_t language = 7;
+
+// Before a question that names it; more than once too.
+inline void know_language()
+{
+    static const std::uint32_t installed =
+        Orva_Si_InstallISO639toIDFunc([](const char *code, std::uint32_t *number) {
+            *number = std::string_view{code} == "eng" ? language : 0;
+            return std::uint32_t{0};
+        });
+    static_cast<void>(installed);
 }
 
 } // namespace bench

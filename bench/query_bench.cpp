@@ -225,14 +225,6 @@ struct query {
 
 using id = std::uint16_t;
 
-constexpr std::uint32_t language = 7; // what the client calls "eng"
-
-std::uint32_t map_language(const char *code, std::uint32_t *of)
-{
-    *of = std::string_view{code} == "eng" ? language : 0;
-    return 0;
-}
-
 // Of another event each time, so that it stands now in one section and now in another.
 template <std::uint8_t Banner>
 std::uint32_t name_of_event(id ts, id sid)
@@ -291,7 +283,7 @@ void answer(benchmark::State &state, const query &of)
 {
     if (!hold(state))
         return;
-    Orva_Si_InstallISO639toIDFunc(map_language);
+    know_language();
     const auto services = static_cast<std::uint16_t>(state.range(0));
     const std::uint64_t before = decoded;
     std::uint16_t service = 0;
