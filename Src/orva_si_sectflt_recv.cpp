@@ -292,17 +292,25 @@ std::uint32_t process(SiSection &node)
     return result;
 }
 
-// Memory goes back a few sections at a time, while it is in the processor's caches.
-void consume(const taken_sections &taken)
+bool was_taken(const SiSection *node)
+{
+    return node->section == nullptr;
+}
+
+// Memory goes back a few sections at a time, while it is in the processor's caches. What the store
+// knows of them is fetched where those before were mostly known to it, which is noted for the next;
+// one alone waits for no other.
+void consume(const taken_sections &taken, bool &mostly_known)
 {
     constexpr std::size_t a_few = 32;
     for (std::span<SiSection *> left = taken.sections; !left.empty();) {
         const auto next = left.first(std::min(a_few, left.size()));
         if (taken.processing) {
-            if (next.size() > 1) // one alone waits for no other
+            if (mostly_known && next.size() > 1)
                 fetch_event_sections(next);
             for (SiSection *node : next)
                 process(*node);
+            mostly_known = 2 * std::ranges::count_if(next, was_taken) < std::ssize(next);
         }
         give_back(next);
         left = left.subspan(next.size());
@@ -313,7 +321,8 @@ void consume(const taken_sections &taken)
 void discard(taken_sections taken)
 {
     taken.processing = false;
-    consume(taken);
+    bool none_is_known = false;
+    consume(taken, none_is_known);
 }
 
 constexpr bool is_actual_event_table(std::uint8_t table_id)
@@ -453,6 +462,6 @@ void *Ts_Monitor_Fn(void *)
         return reinterpret_cast<void *>(std::uintptr_t{1}); // NOLINT(performance-no-int-to-ptr)
     }
     SI_LOG(level::trace, "I am ready!\n");
-    for (;;)
-        consume(wait_for_sections(SI_HERE, batch));
+    for (bool mostly_known = true;;)
+        consume(wait_for_sections(SI_HERE, batch), mostly_known);
 }
