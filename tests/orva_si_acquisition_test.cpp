@@ -199,12 +199,16 @@ TEST_F(Library, KeepsTheTablesOfTheSameFrequencyOnly)
 
 TEST_F(Library, ScansInSilenceAndKeepsWhatItFound)
 {
-    std::thread multiplex{[] {
+    std::atomic<bool> on_air{false};
+    std::thread multiplex{[&] {
+        on_air = true;
+        on_air.notify_one();
         EXPECT_TRUE(wait_for([] { return filtered_pids().size() == 4; }));
         broadcast(0x00, pat_section);
         broadcast(0x11, sdt_section);
         broadcast(0x10, nit_section);
     }};
+    on_air.wait(false); // a scan of 500 ms does not wait for a thread that is late
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Orva_Si_StartScanChannel(), ORVA_SI_OK) << fake::log_text();
     EXPECT_GE(std::chrono::steady_clock::now() - begin, 500ms);
