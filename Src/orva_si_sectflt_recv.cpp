@@ -292,25 +292,20 @@ std::uint32_t process(SiSection &node)
     return result;
 }
 
-bool was_taken(const SiSection *node)
-{
-    return node->section == nullptr;
-}
-
 // Memory goes back a few sections at a time, while it is in the processor's caches. What the store
-// knows of them is fetched where those before were mostly known to it, which is noted for the next;
-// one alone waits for no other.
-void consume(const taken_sections &taken, bool &mostly_known)
+// knows of them is fetched ahead where it knew the one before too, of which it took nothing then.
+// One alone waits for no other.
+void consume(const taken_sections &taken, bool &known_before)
 {
     constexpr std::size_t a_few = 32;
     for (std::span<SiSection *> left = taken.sections; !left.empty();) {
         const auto next = left.first(std::min(a_few, left.size()));
         if (taken.processing) {
-            if (mostly_known && next.size() > 1)
+            if (known_before && next.size() > 1)
                 fetch_event_sections(next);
             for (SiSection *node : next)
                 process(*node);
-            mostly_known = 2 * std::ranges::count_if(next, was_taken) < std::ssize(next);
+            known_before = next.back()->section != nullptr;
         }
         give_back(next);
         left = left.subspan(next.size());
@@ -462,6 +457,6 @@ void *Ts_Monitor_Fn(void *)
         return reinterpret_cast<void *>(std::uintptr_t{1}); // NOLINT(performance-no-int-to-ptr)
     }
     SI_LOG(level::trace, "I am ready!\n");
-    for (bool mostly_known = true;;)
-        consume(wait_for_sections(SI_HERE, batch), mostly_known);
+    for (bool known_before = true;;)
+        consume(wait_for_sections(SI_HERE, batch), known_before);
 }
