@@ -313,11 +313,9 @@ void consume(const taken_sections &taken, bool &known_before)
 }
 
 // What was taken while nothing is to be processed.
-void discard(taken_sections taken)
+void discard(const taken_sections &taken)
 {
-    taken.processing = false;
-    bool none_is_known = false;
-    consume(taken, none_is_known);
+    give_back(taken.sections);
 }
 
 constexpr bool is_actual_event_table(std::uint8_t table_id)
