@@ -230,6 +230,11 @@ protected:
     }
     void open(const stream &ts) { open(file(ts.bytes)); }
     void close() { orva_demux_close(std::exchange(demux, nullptr)); }
+    // Closes at the end of a block: declared behind the variables of it that callbacks use.
+    struct closing {
+        DemuxClient &client;
+        ~closing() { client.close(); }
+    };
 
     static std::uint32_t add()
     {

@@ -186,6 +186,7 @@ TEST_F(FirstPass, SettingTakesEffectAMillisecondAfterItsLoad)
     open(stream{}.sections(0, numbered_pats(100)));
     const std::uint32_t late = add();
     std::atomic<steady::time_point> loaded;
+    const closing at_the_end{*this};
     on_each_section([&](std::uint32_t id, const octets &section) {
         if (id != late && section == pat_of(10)) {
             load(late, on_pid(0));
@@ -243,6 +244,7 @@ TEST_F(FirstPass, NeverRunsMoreThan64SectionsAhead)
 {
     open(stream{}.sections(0, numbered_pats(3000)));
     std::atomic<std::uint32_t> most = 0;
+    const closing at_the_end{*this};
     on_each_section([&](std::uint32_t, const octets &) {
         const std::uint32_t now = ++fake::pending;
         most = std::max<std::uint32_t>(most, now);
@@ -413,6 +415,7 @@ TEST_F(Batches, FullOnesAreGivenTogether)
     open(stream{}.sections(0, numbered_pats(96)));
     std::array<std::uint64_t, 96> read{};
     std::atomic<std::size_t> seen = 0;
+    const closing at_the_end{*this};
     on_each_section([&](std::uint32_t, const octets &) {
         if (seen < read.size()) {
             read[seen] = status().sections;

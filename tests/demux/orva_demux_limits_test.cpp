@@ -131,6 +131,7 @@ TEST_F(Limits, ShortBatchGoesOutWhileOthersKeepTheFirstPassBusy)
     ts.section(0x11, make(sdt{.table_id = 0x46}));
     ts.sections(0x12, others);
     std::uint32_t busy = SI_NO_FILTER;
+    const closing at_the_end{*this};
     on_each_section([&](std::uint32_t id, const octets &) {
         if (id == busy)
             std::this_thread::sleep_for(10ms);
@@ -151,6 +152,7 @@ TEST_F(Limits, IsNotIdleWhileTheLastBatchIsDelivered)
     const std::uint32_t quiet = arm(on_pid(0x1FFE));
     ASSERT_TRUE(reaches(ORVA_DEMUX_CAROUSEL) && idle());
     std::atomic<int> seen = -1;
+    const closing at_the_end{*this};
     on_each_section([&](std::uint32_t, const octets &) { seen = status().idle; });
     handler().RemoveSecFilter(0, quiet);
     arm(in_batches(on_pid(0x11), 10));

@@ -97,6 +97,7 @@ TEST_F(Races, SlotsMayBeCalledFromInsideTheCallback)
 {
     open(stream{}.sections(0x100, {table_of(0x80), table_of(0x81), table_of(0x82)}));
     std::atomic<int> step = 0;
+    const closing at_the_end{*this};
     on_each_section([&](std::uint32_t id, const octets &) {
         switch (step++) {
         case 0:
@@ -120,6 +121,7 @@ TEST_F(Races, FilterOfAnotherThreadMayBeStoppedFromInsideACallback)
 {
     open(stream{}.sections(0x100, {table_of(0x80), table_of(0x81)}));
     const std::uint32_t other = add();
+    const closing at_the_end{*this};
     on_each_section([&](std::uint32_t, const octets &) {
         EXPECT_EQ(handler().UpdateSecFilter(0, other, on_pid(0x300)), 0u);
         EXPECT_EQ(handler().DisableSecFilter(0, other), 0u);
