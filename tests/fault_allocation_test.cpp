@@ -565,8 +565,7 @@ TEST_P(StoresNotMade, LeavesALibraryThatDoesNothingUntilAThreadMakesThem)
     EXPECT_EQ(Si_SectFlt_GetPendingCount(), 0u);
     EXPECT_EQ(broken_promise(), "");
 
-    Orva_Si_DestorySectModel(); // what was made before the failure
-    si_list_uninit(Orva_Si_GetDvbEitList());
+    end_store(); // what was made before the failure
     pthread_t thread{};
     ASSERT_EQ(Orva_CreateThread(&thread, Ts_Monitor_Fn, nullptr), ORVA_SI_OK);
     expect_ready();

@@ -143,8 +143,7 @@ TEST_F(Touched, MoreTablesThanTheStoreHoldsAreWalked)
 
 void renew_store()
 {
-    Orva_Si_DestorySectModel();
-    si_list_uninit(Orva_Si_GetDvbEitList()); // which is made anew too
+    test::end_store();
     test::init_store();
 }
 

@@ -9,6 +9,9 @@
 #include <cstdio>
 #include <mutex>
 
+#include "runner/between.h"
+#include "support/store.h"
+
 struct OrvaDebugCategory {
     std::string name;
     std::uint32_t flags;
@@ -80,6 +83,24 @@ timer_facility &timers()
     static timer_facility facility;
     return facility;
 }
+
+namespace {
+
+// All as a test finds it that has a process of its own.
+void start_afresh()
+{
+    test::end_store();
+    clear_log();
+    set_log_level(ORVA_DEBUG_VERBOSE);
+    timers() = {};
+}
+
+[[maybe_unused]] const bool registered = [] {
+    test::between_tests().push_back(start_afresh);
+    return true;
+}();
+
+} // namespace
 
 } // namespace fake
 

@@ -543,8 +543,7 @@ inline bool stores_made_anew()
     Orva_Si_StopChannel();
     settle();
     Orva_Si_EraseAllEitRawData();
-    Orva_Si_DestorySectModel();
-    si_list_uninit(Orva_Si_GetDvbEitList());
+    end_store();
     const bool made = Orva_Si_InitTables() == ORVA_SI_OK;
     start();
     return receive({{0x00, pat_section()}}) && made;

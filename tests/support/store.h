@@ -31,6 +31,15 @@ inline void init_store()
         Orva_Si_InitTables();
 }
 
+// Ends the store, where there is one. The event list outlives it, so that this goes by hand.
+inline void end_store()
+{
+    if (Orva_Si_GetTableList() == nullptr)
+        return;
+    Orva_Si_DestorySectModel();
+    si_list_uninit(Orva_Si_GetDvbEitList());
+}
+
 // Puts one more section into a table.
 inline void insert(SiTable *table, octets section)
 {

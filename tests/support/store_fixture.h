@@ -21,12 +21,9 @@ inline octets first_section(std::uint8_t table_id, std::uint16_t extension, std:
                               .payload = {1, 2, 3, 4, 5, 6, 7, 8}});
 }
 
-// Ends the store and makes it anew. The event list outlives the end of the table store, so that the
-// old one goes by hand.
 inline void recreate_store()
 {
-    Orva_Si_DestorySectModel();
-    si_list_uninit(Orva_Si_GetDvbEitList());
+    end_store();
     EXPECT_EQ(Orva_Si_InitTables(), ORVA_SI_OK);
 }
 
