@@ -48,8 +48,7 @@ protected:
     }
     ~EitCompletion() override
     {
-        Orva_Si_EraseAllEitRawData();
-        Orva_Si_DestorySectModel();
+        end_store();
     }
 
     static octets section(std::uint8_t table_id, std::uint8_t number, std::uint8_t last,

@@ -337,8 +337,7 @@ protected:
     ~EitSimulation() override
     {
         Si_SectFlt_StopAllFilters();
-        Orva_Si_EraseAllEitRawData();
-        Orva_Si_DestorySectModel();
+        end_store();
     }
     EitSimulation(const EitSimulation &) = delete;
     EitSimulation &operator=(const EitSimulation &) = delete;

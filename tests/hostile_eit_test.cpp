@@ -172,8 +172,7 @@ protected:
     ~HostileEvents() override
     {
         EXPECT_EQ(look(), before);
-        Orva_Si_EraseAllEitRawData();
-        Orva_Si_DestorySectModel();
+        end_store();
     }
 
     static void tell_the_truth(std::uint16_t service)

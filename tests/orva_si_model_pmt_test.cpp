@@ -22,7 +22,7 @@ using testing::ElementsAreArray;
 class Programs : public testing::Test {
 protected:
     Programs() { init_store(); }
-    ~Programs() override { Orva_Si_DestorySectModel(); }
+    ~Programs() override { end_store(); }
     Programs(const Programs &) = delete;
     Programs &operator=(const Programs &) = delete;
 

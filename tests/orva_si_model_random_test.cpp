@@ -271,8 +271,7 @@ protected:
     }
     ~RandomSections() override
     {
-        Orva_Si_EraseAllEitRawData();
-        Orva_Si_DestorySectModel();
+        end_store();
         Orva_Si_StopDsmFilter(pid_data);
     }
     RandomSections(const RandomSections &) = delete;

@@ -26,7 +26,7 @@ constexpr std::uint16_t pid_time = 0x14;
 class Table : public testing::Test {
 protected:
     Table() { init_store(); }
-    ~Table() override { Orva_Si_DestorySectModel(); }
+    ~Table() override { end_store(); }
     Table(const Table &) = delete;
     Table &operator=(const Table &) = delete;
 

@@ -241,7 +241,7 @@ TEST(IsCrcEqual, TwoNullSectionsAreNotEqual)
 class Summary : public testing::Test {
 protected:
     Summary() { init_store(); }
-    ~Summary() override { Orva_Si_DestorySectModel(); }
+    ~Summary() override { end_store(); }
     Summary(const Summary &) = delete;
     Summary &operator=(const Summary &) = delete;
 

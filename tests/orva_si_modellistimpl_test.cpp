@@ -140,7 +140,7 @@ TEST(DestroyedStore, CanBeCreatedAgain)
     EXPECT_EQ(Orva_Si_FindTableById(0x11, 0x42, 1, any, any), nullptr);
     SiTable *table = store(make(sdt{.ts = 1}));
     EXPECT_EQ(Orva_Si_FindTableById(0x11, 0x42, 1, any, any), table);
-    Orva_Si_DestorySectModel();
+    end_store();
 }
 
 // ---- Creation

@@ -58,8 +58,7 @@ protected:
     }
     ~Touched() override
     {
-        Orva_Si_EraseAllEitRawData();
-        Orva_Si_DestorySectModel();
+        test::end_store();
     }
     Touched(const Touched &) = delete;
     Touched &operator=(const Touched &) = delete;

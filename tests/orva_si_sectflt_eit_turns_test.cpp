@@ -21,8 +21,7 @@ protected:
     }
     ~EitTurns() override
     {
-        Orva_Si_EraseAllEitRawData();
-        Orva_Si_DestorySectModel();
+        end_store();
     }
     // A sub-table of one segment.
     static void come(std::uint8_t table_id, std::uint8_t number, std::uint8_t segment_last,

@@ -120,7 +120,7 @@ protected:
         fake::set_log_level(0);
         init_store();
     }
-    ~FullStore() override { Orva_Si_DestorySectModel(); }
+    ~FullStore() override { end_store(); }
     FullStore(const FullStore &) = delete;
     FullStore &operator=(const FullStore &) = delete;
 
@@ -267,7 +267,7 @@ protected:
         fake::set_log_level(0);
         init_store();
     }
-    ~TableIndex() override { Orva_Si_DestorySectModel(); }
+    ~TableIndex() override { end_store(); }
     TableIndex(const TableIndex &) = delete;
     TableIndex &operator=(const TableIndex &) = delete;
 

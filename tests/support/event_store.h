@@ -211,8 +211,7 @@ protected:
         EXPECT_TRUE(eit_lock_is_free());
         EXPECT_TRUE(eit_lock_was_held) << "a filter was updated without the lock";
         EXPECT_TRUE(eit_lock_was_free) << "the client was told with the lock held";
-        Orva_Si_EraseAllEitRawData();
-        Orva_Si_DestorySectModel();
+        end_store();
     }
     EventStore(const EventStore &) = delete;
     EventStore &operator=(const EventStore &) = delete;

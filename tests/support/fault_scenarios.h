@@ -542,7 +542,6 @@ inline bool stores_made_anew()
 {
     Orva_Si_StopChannel();
     settle();
-    Orva_Si_EraseAllEitRawData();
     end_store();
     const bool made = Orva_Si_InitTables() == ORVA_SI_OK;
     start();

@@ -31,11 +31,12 @@ inline void init_store()
         Orva_Si_InitTables();
 }
 
-// Ends the store, where there is one. The event list outlives it, so that this goes by hand.
+// Ends the stores, where there are any. The event list outlives them, so that it goes by hand.
 inline void end_store()
 {
     if (Orva_Si_GetTableList() == nullptr)
         return;
+    Orva_Si_EraseAllEitRawData();
     Orva_Si_DestorySectModel();
     si_list_uninit(Orva_Si_GetDvbEitList());
 }

@@ -30,7 +30,7 @@ inline void recreate_store()
 class Store : public testing::Test {
 protected:
     Store() { init_store(); }
-    ~Store() override { Orva_Si_DestorySectModel(); }
+    ~Store() override { end_store(); }
     Store(const Store &) = delete;
     Store &operator=(const Store &) = delete;
 
