@@ -15,8 +15,11 @@ if(NOT suites)
     message(FATAL_ERROR "${program} has no tests")
 endif()
 
-if(whole)
+if(whole) # those of many tests begin first, so that none is left to run alone at the end
     set(suites *)
+    string(REGEX MATCHALL "\n  " tests "${listing}")
+    list(LENGTH tests count)
+    string(APPEND properties " COST ${count}")
 endif()
 set(script "")
 foreach(suite ${suites})
