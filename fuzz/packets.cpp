@@ -267,6 +267,8 @@ void prepare()
         open_delivery();
         Orva_Si_Init(table_with_ledger());
         Orva_Si_InstallCallback(client);
+        while (Orva_Si_GetDvbEitList() == nullptr) // made by the library's own thread
+            std::this_thread::yield();
         return true;
     }();
     static_cast<void>(prepared);
