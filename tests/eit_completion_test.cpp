@@ -46,10 +46,7 @@ protected:
         Orva_Si_InstallCallback(note_event);
         fake::clear_log();
     }
-    ~EitCompletion() override
-    {
-        end_store();
-    }
+    ~EitCompletion() override { end_store(); }
 
     static octets section(std::uint8_t table_id, std::uint8_t number, std::uint8_t last,
                           std::uint8_t version = 0, int last_table_id = -1)

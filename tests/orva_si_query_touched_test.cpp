@@ -10,7 +10,7 @@
 
 #include "fakes/platform.h"
 #include "orva_si.h"
-#include "support/store.h"
+#include "support/store_fixture.h"
 
 struct section_ext;
 struct dvb_sdt_section;
@@ -56,10 +56,7 @@ protected:
         fake::set_log_level(ORVA_DEBUG_ERROR);
         test::init_store();
     }
-    ~Touched() override
-    {
-        test::end_store();
-    }
+    ~Touched() override { test::end_store(); }
     Touched(const Touched &) = delete;
     Touched &operator=(const Touched &) = delete;
 
@@ -140,23 +137,17 @@ TEST_F(Touched, MoreTablesThanTheStoreHoldsAreWalked)
     EXPECT_LE(compared, 4U);
 }
 
-void renew_store()
-{
-    test::end_store();
-    test::init_store();
-}
-
 // A new list may lie where the old one lay, and have seen as many changes.
 TEST_F(Touched, TablesOfAStoreThatIsGoneAreForgotten)
 {
     for (int round = 0; round < 20; ++round) {
         store_pmt(1, 0x100);
         EXPECT_EQ(video_of(1), ORVA_SI_OK);
-        renew_store();
+        test::recreate_store();
         store_pmt(2, 0x100);
         EXPECT_EQ(video_of(1), ORVA_SI_FAILURE);
         EXPECT_EQ(video_of(2), ORVA_SI_OK);
-        renew_store();
+        test::recreate_store();
     }
 }
 

@@ -19,10 +19,7 @@ protected:
         test::tune(474000, 1);
         enable_all();
     }
-    ~EitTurns() override
-    {
-        end_store();
-    }
+    ~EitTurns() override { end_store(); }
     // A sub-table of one segment.
     static void come(std::uint8_t table_id, std::uint8_t number, std::uint8_t segment_last,
                      std::uint8_t version = 4, std::uint8_t last_table_id = 0x50)

@@ -95,10 +95,7 @@ void start_afresh()
     timers() = {};
 }
 
-[[maybe_unused]] const bool registered = [] {
-    test::between_tests().push_back(start_afresh);
-    return true;
-}();
+[[maybe_unused]] const bool set = (test::tidy_up = start_afresh) != nullptr;
 
 } // namespace
 

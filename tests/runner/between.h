@@ -3,16 +3,10 @@
 #ifndef TESTS_RUNNER_BETWEEN_H
 #define TESTS_RUNNER_BETWEEN_H
 
-#include <vector>
-
 namespace test {
 
-// Called after each test of several in one process; filled before main.
-inline std::vector<void (*)()> &between_tests()
-{
-    static std::vector<void (*)()> all;
-    return all;
-}
+// Called after each test of several in one process; set before main.
+inline void (*tidy_up)() = nullptr;
 
 } // namespace test
 

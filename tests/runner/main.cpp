@@ -190,8 +190,8 @@ private:
         const testing::TestResult &result = *test.result();
         said[at] = {result.Passed() && !result.Skipped() ? verdict::passed : verdict::failed,
                     inputs_of(result)};
-        for (void (*const tidy_up)() : test::between_tests())
-            tidy_up();
+        if (test::tidy_up != nullptr)
+            test::tidy_up();
     }
 
     const test_names &names;
@@ -207,8 +207,8 @@ std::string filter_of(const test_names &names)
     return filter;
 }
 
-[[noreturn]] void run_here(const test_names &names, FILE *output, statement *said,
-                           const sigset_t &signals)
+[[noreturn]] void run_child(const test_names &names, FILE *output, statement *said,
+                            const sigset_t &signals)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     setpgid(0, 0);
@@ -249,7 +249,7 @@ test_process start(const test_names &names, const sigset_t &signals)
     if (pid < 0)
         give_up("fork");
     if (pid == 0)
-        run_here(names, output, said, signals);
+        run_child(names, output, said, signals);
     setpgid(pid, pid); // here too, so that it is done before anybody kills the group
     return {names, pid, output, said, clock_type::now()};
 }
@@ -280,7 +280,6 @@ void copy_to_stdout(FILE *output)
 
 void conclude_one(const test_process &test, int status, const settings &wanted, tally &all)
 {
-    kill(-test.pid, SIGKILL); // what it left behind
     const auto took =
         std::chrono::duration_cast<std::chrono::milliseconds>(clock_type::now() - test.started);
     const std::string fault = fault_of(test, status, wanted);
@@ -309,7 +308,6 @@ void conclude_one(const test_process &test, int status, const settings &wanted, 
 // was.
 std::vector<test_names> conclude_several(const test_process &tests, int status, tally &all)
 {
-    kill(-tests.pid, SIGKILL);
     const bool ended_well = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     std::vector<test_names> rest;
     test_names again;
@@ -338,6 +336,7 @@ std::vector<test_names> conclude_several(const test_process &tests, int status, 
 
 std::vector<test_names> conclude(test_process &test, int status, const settings &wanted, tally &all)
 {
+    kill(-test.pid, SIGKILL); // what it left behind
     std::vector<test_names> rest;
     if (test.names.size() > 1)
         rest = conclude_several(test, status, all);

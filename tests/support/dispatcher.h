@@ -25,10 +25,7 @@ protected:
         Orva_Si_InstallCallback(note_event);
         fake::clear_log();
     }
-    ~Dispatcher() override
-    {
-        end_store();
-    }
+    ~Dispatcher() override { end_store(); }
     Dispatcher(const Dispatcher &) = delete;
     Dispatcher &operator=(const Dispatcher &) = delete;
 
