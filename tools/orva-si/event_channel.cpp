@@ -241,10 +241,26 @@ unsigned event_channel::turns_of_all() const
     return std::max((services + schedule_filters - 1) / schedule_filters * tables, programs) + 1;
 }
 
-// Every filter was given all that the input holds for it. Those that go round several requests are
-// sent to the next ones at once: the library would do so after a time that fits a broadcast.
-void event_channel::move_on()
+// Filters of a table that the library holds for complete while sections are missing never come to
+// rest: each turn brings them sections of it again, among what the other filters are given anew
+// every second.
+bool event_channel::is_turn_over(const OrvaDemuxStatus &status) const
 {
+    constexpr std::uint64_t segments = 32;          // of a sub-table
+    constexpr std::uint64_t turns_in_a_second = 50; // at most
+    const std::uint64_t anew = sections_stored / turns_in_a_second;
+    return status.delivered - delivered_at_turn >= segments * (schedule_filters + 1 + anew) ||
+           input.is_at_rest();
+}
+
+// Those that go round several requests are sent to the next ones at once: the library would do so
+// after a time that fits a broadcast. Its clock stands still then. A run of it behind these would
+// send a filter on before it was given anything, and the turns would end without that sub-table.
+void event_channel::move_on(const OrvaDemuxStatus &status)
+{
+    Si_BG_DisableAllService(); // until the channel starts again
+    if (Si_BG_WaitAllServiceTerminate() != ORVA_SI_OK)
+        return; // the next step tries again
     // Runs of the services after which a filter gives up what it waits for.
     constexpr unsigned runs_of_schedule = 51;
     constexpr unsigned runs_of_pmt = 6;
@@ -253,6 +269,7 @@ void event_channel::move_on()
     for (unsigned run = 0; awaits_pmts && run < runs_of_pmt; ++run)
         Si_SectFlt_PmtBgService();
     ++quiet_turns;
+    delivered_at_turn = status.delivered;
 }
 
 // The first sub-table of a schedule tells how many there are. Of services that are met without it
@@ -281,32 +298,18 @@ bool event_channel::look_for_later_tables()
     return !headless.empty();
 }
 
-// Whether all turns since the last news brought nothing. Filters of a table that the library holds
-// for complete while sections are missing never come to rest: each turn brings them sections of it
-// again, among what the other filters are given anew every second.
-bool event_channel::has_gone_round(const OrvaDemuxStatus &status) const
-{
-    if (quiet_turns >= turns_needed)
-        return true;
-    constexpr std::uint64_t segments = 32;          // of a sub-table
-    constexpr std::uint64_t turns_in_a_second = 50; // at most
-    const std::uint64_t anew = sections_stored / turns_in_a_second;
-    return status.delivered - delivered_at_news >=
-           turns_needed * segments * (schedule_filters + 1 + anew);
-}
-
 void event_channel::step(const OrvaDemuxStatus &status)
 {
     constexpr auto look_interval = 50ms;
     const auto now = clock::now();
-    const bool idle = status.idle != 0 && Si_SectFlt_GetPendingCount() == 0;
     if (!is_tuned)
         tune(tuned_program);
+    const bool at_rest = input.is_at_rest();
     if (!program_chosen) {
-        choose_program(idle || now - started > longest_wait_for_pat);
+        choose_program(at_rest || now - started > longest_wait_for_pat);
         return;
     }
-    if (!idle && now - last_look < look_interval)
+    if (!at_rest && now - last_look < look_interval)
         return;
     last_look = now;
     const bool fresh_requests = request_services();
@@ -316,18 +319,20 @@ void event_channel::step(const OrvaDemuxStatus &status)
     if (fresh_requests || news != news_seen || turns_needed == 0) {
         news_seen = news;
         quiet_turns = 0;
-        delivered_at_news = status.delivered;
+        delivered_at_turn = status.delivered;
         sections_stored = count_stored_sections();
         turns_needed = turns_of_all();
     } else if (release_filters()) {
         turns_needed = 0;
-    } else if (has_gone_round(status)) {
-        turns_needed = 0;
-        is_exhausted = !look_for_later_tables();
+    }
+    if (!is_turn_over(status)) // asked behind what loads filters
+        return;
+    if (turns_needed == 0 || quiet_turns < turns_needed) {
+        move_on(status);
         return;
     }
-    if (idle)
-        move_on();
+    turns_needed = 0;
+    is_exhausted = !look_for_later_tables();
 }
 
 } // namespace tool

@@ -49,11 +49,10 @@ private:
     bool request_services();
     void request_schedules(const std::vector<std::uint16_t> &services);
     bool release_filters();
-    void move_on();
+    bool is_turn_over(const OrvaDemuxStatus &status) const;
+    void move_on(const OrvaDemuxStatus &status);
     bool look_for_later_tables();
     unsigned turns_of_all() const;
-    bool has_gone_round(const OrvaDemuxStatus &status) const;
-    std::uint64_t deliveries_of_all_turns() const;
 
     const session &input;
     const options &chosen;
@@ -70,9 +69,9 @@ private:
     bool awaits_pmts = true;
     bool asked_for_later_tables = false;
     std::uint64_t news_seen = 0;
-    std::uint64_t delivered_at_news = 0;
-    std::uint64_t sections_stored = 0; // then
-    unsigned quiet_turns = 0;          // of all filters since the last news
+    std::uint64_t sections_stored = 0;   // then
+    std::uint64_t delivered_at_turn = 0; // before the present turn of all filters
+    unsigned quiet_turns = 0;            // since the last news
     unsigned turns_needed = 0;
 };
 

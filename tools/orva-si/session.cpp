@@ -106,6 +106,17 @@ OrvaDemuxStatus session::status() const
     return status;
 }
 
+// Sections that were pending when the demultiplexer had given all may have loaded filters since: it
+// is asked again when none is.
+bool session::is_at_rest() const
+{
+    const OrvaDemuxStatus before = status();
+    if (before.idle == 0 || Si_SectFlt_GetPendingCount() != 0)
+        return false;
+    const OrvaDemuxStatus after = status();
+    return after.idle != 0 && after.delivered == before.delivered;
+}
+
 std::vector<SiEitRequest> session::event_services() const
 {
     constexpr std::uint32_t most = 8192; // that the demultiplexer lists

@@ -26,6 +26,9 @@ public:
     std::optional<int> open(const options &chosen, SiNotifyFunc listener = nullptr);
 
     OrvaDemuxStatus status() const;
+    // Whether every filter was given all that the ended input holds for it, and the library has
+    // done with that.
+    bool is_at_rest() const;
     // The services whose events the input was seen to carry.
     std::vector<SiEitRequest> event_services() const;
     // Whether the library had no room for something: what it holds is not all that came.
