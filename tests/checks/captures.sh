@@ -11,7 +11,9 @@ answer=$(mktemp)
 trap 'rm -f "$answer"' EXIT
 "$tool" "$command" --json "$stream" >"$answer"
 status=$?
-verdict=$("$python" "$compare" "$command" "$golden" "$answer") || { echo "$verdict"; exit 1; }
+comparison=("$compare" "$command")
+[ "$command" != dump ] || comparison=("$checks/compare_dump.py")
+verdict=$("$python" "${comparison[@]}" "$golden" "$answer") || { echo "$verdict"; exit 1; }
 echo "$verdict"
 if [ "$command" = scan ]; then
     "$python" "$checks/compare_descriptors.py" "$golden" "$answer" || exit 1

@@ -44,7 +44,7 @@ void expect_nothing_refused(const json &limits)
 
 TEST(Stats, StandOnStandardErrorForPeople)
 {
-    for (const char *command : {"scan", "guide", "watch"}) {
+    for (const char *command : {"scan", "guide", "watch", "dump"}) {
         const ended result = run(command, {"--stats", sample()});
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_THAT(result.err, HasSubstr("sample.ts: tables: "));
@@ -60,7 +60,7 @@ TEST(Stats, AreToldToWhoWantsNothingButErrorsToo)
 
 TEST(Stats, AreAMemberOfJson)
 {
-    for (const char *command : {"scan", "guide"}) {
+    for (const char *command : {"scan", "guide", "dump"}) {
         const ended result = run(command, {"--stats", "--json", sample()});
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_THAT(result.err, Not(HasSubstr("refused")));

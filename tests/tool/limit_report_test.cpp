@@ -7,6 +7,7 @@
 
 #include "guide_report.h"
 #include "limit_report.h"
+#include "list_json.h"
 #include "report.h"
 
 namespace {
@@ -57,10 +58,10 @@ TEST(LimitsJson, StandsInTheReportOfAScan)
 TEST(LimitsJson, StandsInAGuideWithAndWithoutServices)
 {
     for (const bool any : {false, true}) {
-        std::string text = tool::guide_json_head("file.ts");
+        std::string text = tool::list_json_head("file.ts", tool::guide_json_list);
         if (any)
             tool::append_guide_json_service(text, {}, true);
-        const json told = json::parse(text + tool::guide_json_end(true, any, sample()));
+        const json told = json::parse(text + tool::list_json_end(true, any, sample()));
         EXPECT_EQ(told["limits"], sample_json);
         EXPECT_EQ(told["complete"], true);
         EXPECT_EQ(told["services"].size(), any ? 1U : 0U);

@@ -15,7 +15,7 @@ using testing::StartsWith;
 using tool::decision;
 
 constexpr tool::command commands[] = {{"scan", "Scan a multiplex", nullptr, tool::takes_pds},
-                                      {"other", "Another one", nullptr}};
+                                      {"other", "Another one", nullptr, tool::takes_table}};
 
 decision decide(std::vector<const char *> arguments)
 {
@@ -173,6 +173,16 @@ TEST(Options, NumbersAreDecimalOrHexadecimal)
 TEST(Options, SomeOptionsBelongToOneCommand)
 {
     expect_usage_error(decide({"other", "--pds", "1", "file.ts"}), "--pds");
+}
+
+TEST(Options, TableIsATableId)
+{
+    EXPECT_EQ(decide({"other", "--table", "0x4A", "file.ts"}).chosen.table, 0x4A);
+    EXPECT_EQ(decide({"other", "--table", "0", "file.ts"}).chosen.table, 0);
+    EXPECT_FALSE(decide({"other", "file.ts"}).chosen.table.has_value());
+    for (const char *value : {"-1", "256", "0x100", "NIT", ""})
+        expect_usage_error(decide({"other", "--table", value, "file.ts"}), "--table");
+    expect_usage_error(decide({"scan", "--table", "1", "file.ts"}), "--table");
 }
 
 TEST(Options, VerboseAndQuietExcludeEachOther)

@@ -62,4 +62,25 @@ channel_run run_channel(const session &input, const options &chosen, const chann
     return {*how, input.status()};
 }
 
+void tell_shortfall(const channel_run &of, const options &chosen)
+{
+    const std::string name = input_name(chosen.input) + ": ";
+    if (of.status.error != ORVA_DEMUX_OK)
+        complain(input_error_text(chosen.input, of.status.error, 0));
+    if (of.how == channel_end::signal)
+        complain(name + "interrupted: what came until now is printed");
+    if (of.how == channel_end::time_over)
+        complain(name + "the time given is over: what came until now is printed");
+    if (session::store_was_full())
+        complain(name + "the library's store is full: what came after that is missing");
+}
+
+bool tell_missing_program(const options &chosen)
+{
+    const bool missing = lacks_program(chosen);
+    if (missing)
+        complain(input_name(chosen.input) + ": no program " + std::to_string(*chosen.program));
+    return missing;
+}
+
 } // namespace tool

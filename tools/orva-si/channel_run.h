@@ -37,6 +37,13 @@ struct channel_hooks {
 // signal comes. The library's stores are left as they are then.
 channel_run run_channel(const session &input, const options &chosen, const channel_hooks &hooks);
 
+// Says on standard error why what is printed is not all that there is: a fault of the input, a
+// signal, the end of the time, a full store.
+void tell_shortfall(const channel_run &of, const options &chosen);
+
+// Says so when a PAT came that does not list the program to tune to; whether it did.
+bool tell_missing_program(const options &chosen);
+
 } // namespace tool
 
 #endif

@@ -32,6 +32,8 @@ std::vector<bouquet> collect_bouquets(const collecting &run)
     return found;
 }
 
+} // namespace
+
 std::string hexadecimal(bytes data)
 {
     constexpr char digits[] = "0123456789abcdef";
@@ -42,8 +44,6 @@ std::string hexadecimal(bytes data)
     }
     return text;
 }
-
-} // namespace
 
 label collecting::text(const SiDvbString &stored) const
 {

@@ -17,6 +17,7 @@ _orva_si_options()
         scan) echo "--pds" ;;
         guide) echo "--service --from --to --lang --tz" ;;
         watch) echo "--lang --tz" ;;
+        dump) echo "--table" ;;
     esac
 }
 
@@ -40,6 +41,7 @@ _orva_si_values()
 {
     case $1 in
         --for | --program | --service | --from | --to) ;;
+        --table) _orva_si_words "0x00 0x01 0x02 0x40 0x41 0x42 0x46 0x4A 0x4E 0x4F 0x50 0x60" "$2" ;;
         --pds) _orva_si_words "0x28 0x29 0x233A" "$2" ;;
         --log-level) _orva_si_words "1 2 3 4 5" "$2" ;;
         --charset)
@@ -76,7 +78,7 @@ _orva_si()
     if COMPREPLY=($(_orva_si_values "$option" "$current")); then
         [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]] && compopt -o nospace
     elif [ -z "$command" ]; then
-        COMPREPLY=($(_orva_si_words "scan guide watch $(_orva_si_options)" "$current"))
+        COMPREPLY=($(_orva_si_words "scan guide watch dump $(_orva_si_options)" "$current"))
     elif [[ $current == -* ]]; then
         COMPREPLY=($(_orva_si_words "$(_orva_si_options "$command")" "$current"))
     else

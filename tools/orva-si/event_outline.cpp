@@ -27,21 +27,6 @@ bool is_of(const SiEitService &stored, const SiEitRequest &service)
            stored.service_id == service.service_id;
 }
 
-std::vector<std::vector<std::uint8_t>> sections_of(const SiEitRequest &service)
-{
-    std::vector<std::vector<std::uint8_t>> copies;
-    const event_store_lock held;
-    each_element<SiEitService>(Orva_Si_GetDvbEitList(), [&](const SiEitService &stored) {
-        if (!is_of(stored, service))
-            return;
-        each_element<SiEitSection>(stored.sections, [&](const SiEitSection &part) {
-            if (part.section != nullptr)
-                copies.emplace_back(part.section, part.section + part.sect_len);
-        });
-    });
-    return copies;
-}
-
 std::optional<std::uint32_t> language_at(bytes data, std::size_t at)
 {
     constexpr std::size_t code = 3;
@@ -171,6 +156,15 @@ bool is_whole_schedule(const std::vector<section_outline> &sections)
     return progress.is_whole();
 }
 
+bool is_whole_table(const std::vector<std::vector<std::uint8_t>> &sections)
+{
+    sub_table_progress progress;
+    for (const std::vector<std::uint8_t> &section : sections)
+        if (section.size() >= eit_header_bytes)
+            progress.add(read_header(section));
+    return progress.is_whole();
+}
+
 std::map<std::uint16_t, schedule_state> schedule_states(const std::set<std::uint16_t> &services)
 {
     std::map<std::uint16_t, schedule_progress> progress;
@@ -214,10 +208,25 @@ std::vector<SiEitRequest> stored_services()
     return services;
 }
 
+std::vector<std::vector<std::uint8_t>> stored_event_sections(const SiEitRequest &service)
+{
+    std::vector<std::vector<std::uint8_t>> copies;
+    const event_store_lock held;
+    each_element<SiEitService>(Orva_Si_GetDvbEitList(), [&](const SiEitService &stored) {
+        if (!is_of(stored, service))
+            return;
+        each_element<SiEitSection>(stored.sections, [&](const SiEitSection &part) {
+            if (part.section != nullptr)
+                copies.emplace_back(part.section, part.section + part.sect_len);
+        });
+    });
+    return copies;
+}
+
 std::vector<section_outline> outline_of(const SiEitRequest &service)
 {
     std::vector<section_outline> outlines;
-    for (const std::vector<std::uint8_t> &copy : sections_of(service))
+    for (const std::vector<std::uint8_t> &copy : stored_event_sections(service))
         outlines.push_back(read_outline(copy));
     return outlines;
 }

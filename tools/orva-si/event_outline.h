@@ -59,7 +59,10 @@ section_outline read_outline(bytes eit);
 // The services of which sections are stored, in the order of their arrival.
 std::vector<SiEitRequest> stored_services();
 
-// The stored sections of a service, in the order of their arrival, which is that of the answers.
+// Copies of the stored sections of a service, in the order of their arrival.
+std::vector<std::vector<std::uint8_t>> stored_event_sections(const SiEitRequest &service);
+
+// The same as outlines; the order is that of the answers.
 std::vector<section_outline> outline_of(const SiEitRequest &service);
 
 // How far the schedule of a service of the tuned multiplex is stored.
@@ -79,6 +82,9 @@ std::uint64_t count_event_sections();
 // Whether the sections are all that the schedule of a service of the tuned multiplex has: every
 // sub-table up to the last, every segment of it up to its last section (ETSI TS 101 211, 4.1.4).
 bool is_whole_schedule(const std::vector<section_outline> &sections);
+
+// Whether the sections are all of their one sub-table: every segment of it up to its last section.
+bool is_whole_table(const std::vector<std::vector<std::uint8_t>> &sections);
 
 constexpr bool is_present_following(std::uint8_t table_id)
 {

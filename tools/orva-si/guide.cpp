@@ -12,6 +12,7 @@
 #include "guide_report.h"
 #include "language.h"
 #include "limit_report.h"
+#include "list_json.h"
 #include "session.h"
 #include "terminal.h"
 #include "time_words.h"
@@ -41,7 +42,7 @@ public:
     guide_printer(const options &with, const guide_style &in) : chosen{with}, style{in}
     {
         if (chosen.json)
-            put(guide_json_head(chosen.input));
+            put(list_json_head(chosen.input, guide_json_list));
     }
     // Whether more is wanted: standard output works and somebody reads it.
     bool add(const guide_service &one)
@@ -61,7 +62,7 @@ public:
     void end(bool complete)
     {
         if (chosen.json)
-            put(guide_json_end(complete, found_any, limits_for_json(chosen)));
+            put(list_json_end(complete, found_any, limits_for_json(chosen)));
     }
 
     bool works = true;
@@ -80,27 +81,18 @@ private:
 int judge(const channel_run &of, const guide_printer &printed, const options &chosen)
 {
     const std::string name = input_name(chosen.input) + ": ";
-    if (of.status.error != ORVA_DEMUX_OK)
-        complain(input_error_text(chosen.input, of.status.error, 0));
-    if (of.how == channel_end::signal) {
-        complain(name + "interrupted: what came until now is printed");
+    tell_shortfall(of, chosen);
+    if (of.how == channel_end::signal)
         return exit_by_signal + received_signal();
-    }
     if (stored_services().empty()) {
         complain(name + "no sections of events");
         return exit_no_sections;
     }
-    const bool no_program = lacks_program(chosen);
-    if (no_program)
-        complain(name + "no program " + std::to_string(*chosen.program));
+    const bool no_program = tell_missing_program(chosen);
     if (!printed.found_any)
         complain(name + "no events of such a service");
     else if (!printed.found_events && !chosen.quiet)
         complain(name + "no events");
-    if (of.how == channel_end::time_over)
-        complain(name + "the time given is over: what came until now is printed");
-    if (session::store_was_full())
-        complain(name + "the library's store is full: what came after that is missing");
     if (!of.complete())
         return exit_partial;
     return no_program || !printed.found_any ? exit_failure : exit_complete;

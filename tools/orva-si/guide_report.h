@@ -3,21 +3,16 @@
 #ifndef TOOLS_GUIDE_REPORT_H
 #define TOOLS_GUIDE_REPORT_H
 
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "guide_events.h"
-#include "orva_si/limits.h"
 
 namespace tool {
 
-// JSON in three parts, so that no more than a service is held: what stands before the services,
-// each of them, and the end with a line break. UTF-8 whatever the input is called.
-std::string guide_json_head(const std::string &input);
+// Appends an item of that list of a report, see list_json.h.
+inline constexpr char guide_json_list[] = "services";
 void append_guide_json_service(std::string &out, const guide_service &of, bool first);
-std::string guide_json_end(bool complete, bool any_services,
-                           const std::optional<SiLimitCounts> &limits = {});
 
 std::string guide_json(const std::vector<guide_service> &services, const std::string &input,
                        bool complete);

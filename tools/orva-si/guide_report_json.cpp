@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "guide_report.h"
-#include "json_values.h"
-#include "json_writer.h"
-#include "limit_report.h"
+#include "list_json.h"
 #include "time_words.h"
 
 namespace tool {
@@ -106,40 +104,22 @@ void write_service(json_writer &to, const guide_service &of)
 
 } // namespace
 
-std::string guide_json_head(const std::string &input)
-{
-    return "{\n  \"schema\": \"orva-si/1\",\n  \"input\": " +
-           json(input).dump(-1, ' ', false, json::error_handler_t::replace) +
-           ",\n  \"services\": [";
-}
-
 void append_guide_json_service(std::string &out, const guide_service &of, bool first)
 {
-    constexpr unsigned level = 2; // a list in the one object
-    out += first ? "\n    " : ",\n    ";
-    json_writer to{out, level};
+    json_writer to = list_json_item(out, first);
     write_service(to, of);
-}
-
-// Whether it is complete is known last.
-std::string guide_json_end(bool complete, bool any_services,
-                           const std::optional<SiLimitCounts> &limits)
-{
-    return std::string{any_services ? "\n  ]" : "]"} +
-           ",\n  \"complete\": " + (complete ? "true" : "false") +
-           (limits ? ",\n  \"limits\": " + limits_json(*limits).dump() : "") + "\n}\n";
 }
 
 std::string guide_json(const std::vector<guide_service> &services, const std::string &input,
                        bool complete)
 {
-    std::string told = guide_json_head(input);
+    std::string told = list_json_head(input, guide_json_list);
     bool any = false;
     for (const guide_service &one : services) {
         append_guide_json_service(told, one, !any);
         any = true;
     }
-    return told + guide_json_end(complete, any);
+    return told + list_json_end(complete, any);
 }
 
 } // namespace tool

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "dump.h"
 #include "guide.h"
 #include "options.h"
 #include "scan.h"
@@ -20,6 +21,8 @@ constexpr tool::command commands[] = {
          tool::takes_time_zone},
     {"watch", "Tell of every new or changed table, line by line", tool::run_watch,
      tool::tunes | tool::takes_language | tool::takes_time_zone},
+    {"dump", "Print every table as sections in hexadecimal", tool::run_dump,
+     tool::tunes | tool::takes_table},
 };
 
 int run(int argc, char **argv)

@@ -197,6 +197,9 @@ bool keep_program(multiplex &found, std::uint16_t number);
 // Number and visibility of a service on a remote control, when a NIT gives it one.
 const channel_number *number_of(const multiplex &found, const service &of);
 
+// Two lower-case digits for each byte.
+std::string hexadecimal(std::span<const std::uint8_t> data);
+
 // A text of EN 300 468 in two notations.
 label label_of(std::vector<std::uint8_t> field, const std::string &default_table);
 

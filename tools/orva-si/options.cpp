@@ -132,6 +132,8 @@ void add_own_options(CLI::App &app, const command &of, options &chosen)
     if ((of.takes & takes_pds) != 0)
         add_number(app, "--pds", chosen.pds,
                    "Private data specifier of descriptors that are sent under none");
+    if ((of.takes & takes_table) != 0)
+        add_number(app, "--table", chosen.table, "Only tables with this table_id");
     if ((of.takes & takes_service) != 0)
         app.add_option("--service", chosen.service,
                        "Only services with this service_id, onid.tsid.sid or part of a name")

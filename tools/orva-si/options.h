@@ -29,6 +29,7 @@ struct options {
     std::optional<double> seconds;        // --for
     std::optional<std::uint16_t> program; // --program
     std::optional<std::uint32_t> pds;     // --pds
+    std::optional<std::uint8_t> table;    // --table: a table_id
     std::string service;                  // --service; empty: every one
     std::string from;                     // --from, --to: times as given; empty: no bound
     std::string to;
@@ -50,7 +51,8 @@ enum own_option : unsigned {
     takes_window = 1u << 2, // --from, --to
     takes_language = 1u << 3,
     takes_time_zone = 1u << 4,
-    tunes = 1u << 5, // --program is what it tunes to, not what it prints
+    takes_table = 1u << 5,
+    tunes = 1u << 6, // --program is what it tunes to, not what it prints
 };
 
 struct command {

@@ -86,9 +86,7 @@ int judge(const channel_run &of, bool any, const options &chosen)
         complain(name + "no tables came");
         return exit_no_sections;
     }
-    const bool no_program = lacks_program(chosen);
-    if (no_program)
-        complain(name + "no program " + std::to_string(*chosen.program));
+    const bool no_program = tell_missing_program(chosen);
     if (session::store_was_full() || of.status.error != ORVA_DEMUX_OK)
         return exit_partial;
     return no_program ? exit_failure : exit_complete;
