@@ -5,6 +5,7 @@
 
 #include "demux/client.h"
 #include "orva_ts_packets.h"
+#include "support/effort.h"
 
 using namespace test;
 using testing::ElementsAre;
@@ -27,7 +28,7 @@ class Limits : public DemuxClient {};
 TEST_F(Limits, SlotsWaitForALookThroughPartOfTheCarouselOnly)
 {
     std::vector<octets> list;
-    for (unsigned service = 0; service < 400; ++service)
+    for (unsigned service = 0; service < part_of(400); ++service)
         for (unsigned number = 0; number < 256; ++number)
             list.push_back(schedule_of(service, number));
     open(stream{}.sections(0x12, list));

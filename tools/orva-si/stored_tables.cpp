@@ -14,7 +14,7 @@
 namespace tool {
 namespace {
 
-constexpr std::size_t long_header = 8; // table_id to last_section_number
+constexpr std::size_t header_bytes = 8; // table_id to last_section_number
 constexpr std::uint16_t eit_pid = 0x12;
 
 // Tables (EN 300 468 table 2) and what their table_id_extension is; null where it is reserved.
@@ -59,7 +59,7 @@ stored_table copy_of(const SiTable &table)
                       .ids = {},
                       .sections = {}};
     each_element<SiSection>(table.psect_list, [&](const SiSection &stored) {
-        if (stored.section != nullptr && stored.sect_len >= long_header)
+        if (stored.section != nullptr && stored.sect_len >= header_bytes)
             copy.sections.emplace_back(stored.section, stored.section + stored.sect_len);
     });
     std::ranges::stable_sort(copy.sections, by_section_number);
@@ -95,7 +95,7 @@ std::map<std::uint8_t, stored_table> event_tables_of(const SiEitRequest &service
 {
     std::map<std::uint8_t, stored_table> tables;
     for (std::vector<std::uint8_t> &stored : stored_event_sections(service)) {
-        if (stored.size() >= long_header)
+        if (stored.size() >= header_bytes)
             tables[stored[0]].sections.push_back(std::move(stored));
     }
     for (auto &[table_id, table] : tables) {
