@@ -127,4 +127,23 @@ TEST(WholeSchedule, OtherTablesAreNoPartOfIt)
     EXPECT_FALSE(is_whole_schedule(outlines({schedule(0x4E, 0, 0, 0), schedule(0x60, 0, 0, 0)})));
 }
 
+TEST(WholeTable, NeedsEverySegmentInOneVersion)
+{
+    const auto is_whole = [](const std::vector<eit> &sections) {
+        std::vector<octets> made;
+        for (const eit &section : sections)
+            made.push_back(make(section));
+        return tool::is_whole_table(made);
+    };
+    EXPECT_TRUE(is_whole({schedule(0x51, 0, 8, 0, 0x5F), schedule(0x51, 8, 8, 8, 0x5F)}));
+    EXPECT_TRUE(is_whole({schedule(0x4E, 0, 1, 1), schedule(0x4E, 1, 1, 1)}));
+    EXPECT_FALSE(is_whole({schedule(0x4E, 0, 1, 1)}));
+    EXPECT_FALSE(is_whole({schedule(0x51, 0, 8, 0)}));
+    eit newer = schedule(0x51, 8, 8, 8);
+    newer.version = 1;
+    EXPECT_FALSE(is_whole({schedule(0x51, 0, 8, 0), newer}));
+    EXPECT_FALSE(is_whole({}));
+    EXPECT_FALSE(tool::is_whole_table({octets{0x50, 0xF0, 0x05}}));
+}
+
 } // namespace
