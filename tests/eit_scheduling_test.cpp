@@ -70,7 +70,7 @@ public:
         for (;;) {
             start_timers();
             const moment tick = *std::ranges::min_element(due);
-            const moment section = coming.empty() ? never : coming.top().at;
+            const moment section = coming.empty() ? never : moment{coming.top().at};
             if (std::min(tick, section) > end)
                 break;
             clock = std::min(tick, section);
@@ -88,13 +88,19 @@ private:
         bool running = false;
         unsigned loads = 0; // what was scheduled for an earlier one is void
     };
+    // Compared more often than anything else is done here, by code that is not optimised.
     struct arrival {
-        moment at;
-        std::size_t section;
-        std::size_t filter;
+        moment::rep at; // of the clock
+        std::uint32_t section;
+        std::uint32_t filter;
         unsigned load;
 
-        auto operator<=>(const arrival &) const = default;
+        bool operator>(const arrival &other) const
+        {
+            if (at != other.at)
+                return at > other.at;
+            return section != other.section ? section > other.section : filter > other.filter;
+        }
     };
     static constexpr std::uint32_t first_id = 64;
 
@@ -140,8 +146,9 @@ private:
     void expect_section(std::size_t index, std::size_t section)
     {
         if (!air.sections()[section].missing)
-            coming.push(
-                {air.next(section, clock + moment{1}), section, index, filters[index].loads});
+            coming.push({air.next(section, clock + moment{1}).count(),
+                         static_cast<std::uint32_t>(section), static_cast<std::uint32_t>(index),
+                         filters[index].loads});
     }
 
     void deliver_next()
