@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: LGPL-2.1-or-later
 # captures.sh TOOL PYTHON COMPARE COMMAND GOLDEN STREAM: runs a command of the tool on a stream and compares what it
-# prints with the golden file, for a scan the descriptors too. 77: the stream has no golden file.
+# prints with the golden file, for a scan the descriptors too, a dump by compare_dump.py. 77: the stream has no golden file.
 set -u
 tool=$1 python=$2 compare=$3 command=$4 golden=$5 stream=$6
 checks=$(dirname "${BASH_SOURCE[0]}")
